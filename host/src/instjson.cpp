@@ -1,0 +1,5 @@
+// Placeholder until this service is written.
+#include "core.h"
+#include "services.h"
+
+OXExtension* oxLoadInstJson(OX_HNDL_S*, OXJournal*) { return nullptr; }

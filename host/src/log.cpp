@@ -1,0 +1,5 @@
+// Placeholder until this service is written.
+#include "core.h"
+#include "services.h"
+
+const Log4QEL_S* oxLogFramework() { return nullptr; }

@@ -1,0 +1,3 @@
+#include <gtest/gtest.h>
+#include "ox/handle.h"
+TEST(Pool, Placeholder) { EXPECT_NE(oxHostInit(), nullptr); }
