@@ -31,16 +31,30 @@ const BuiltinService* findBuiltin(std::string_view name) {
     return nullptr;
 }
 
-// "oxs3" -> "liboxs3.so", found the usual way (LD_LIBRARY_PATH, the program's run path), or
-// first in OX_MODULE_PATH when set; a name with a '/' or ending in ".so" is used as it is.
+// The directory this library was loaded from: modules are installed beside the host.
+std::string hostDirectory() {
+    Dl_info info{};
+    if (!dladdr(reinterpret_cast<void*>(&oxHostInit), &info) || !info.dli_fname) return {};
+    std::string path = info.dli_fname;
+    size_t slash = path.find_last_of('/');
+    return slash == std::string::npos ? std::string() : path.substr(0, slash);
+}
+
+void* openIn(const std::string& dir, const std::string& file) {
+    return dir.empty() ? nullptr : dlopen((dir + "/" + file).c_str(), RTLD_NOW | RTLD_LOCAL);
+}
+
+// "oxs3" -> "liboxs3.so", looked for in OX_MODULE_PATH when set, then beside the host library,
+// then the usual way (LD_LIBRARY_PATH, the system's directories); a name with a '/' or ending
+// in ".so" is used as it is.
 void* openModule(const std::string& name) {
     bool literal = name.find('/') != std::string::npos ||
                    (name.size() > 3 && name.compare(name.size() - 3, 3, ".so") == 0);
     if (literal) return dlopen(name.c_str(), RTLD_NOW | RTLD_LOCAL);
     std::string file = "lib" + name + ".so";
-    if (const char* dir = std::getenv("OX_MODULE_PATH"); dir && *dir) {
-        if (void* lib = dlopen((std::string(dir) + "/" + file).c_str(), RTLD_NOW | RTLD_LOCAL)) return lib;
-    }
+    const char* modulePath = std::getenv("OX_MODULE_PATH");
+    if (void* lib = openIn(modulePath ? modulePath : "", file)) return lib;
+    if (void* lib = openIn(hostDirectory(), file)) return lib;
     return dlopen(file.c_str(), RTLD_NOW | RTLD_LOCAL);
 }
 

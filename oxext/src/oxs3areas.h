@@ -1,0 +1,32 @@
+// What the entry needs from the other areas of the extension: the fillers of their record
+// slots, and the set-up and tear-down steps each area owns.
+#pragma once
+
+#include "oxs3.h"
+
+namespace s3 {
+
+void setACLFunctions(OXS3Extension* ext);  // oxs3acl.cpp
+void setPathOps(OXS3Extension* ext);       // oxs3path.cpp
+void setFileOps(OXS3Extension* ext);       // oxs3file.cpp
+
+// Decides isEC2Host and ec2Region once per process (oxs3ec2.cpp).
+OXStatus initEC2Info(OXS3Extension* ext, OX_POOL_S* pool);
+
+// Loads the saved custom regions into the record's tables, and writes them back (oxs3path.cpp).
+OXStatus getCustomRegions(OXS3Extension* ext);
+OXStatus saveCustomRegions(OXS3Extension* ext);
+
+// The extension's message texts in the host catalogue (oxs3messages.cpp).
+OXStatus registerMessages();
+void unregisterMessages();
+
+}  // namespace s3
+
+namespace s3 {
+
+OXStatus oxs3GetReqVersion(OXS3Extension* ext, uint64_t* major, uint64_t* minor, uint64_t* revision);
+OXStatus oxs3GetVersion(OXS3Extension* ext, uint64_t* major, uint64_t* minor, uint64_t* revision);
+OXStatus oxs3RealDestroy(OXS3Extension* ext);
+
+}  // namespace s3
