@@ -6,6 +6,7 @@
 #include <map>
 #include <set>
 #include <string>
+#include <vector>
 
 #include "ox/status.h"
 #include "oxs3.h"
@@ -260,10 +261,15 @@ TEST_F(EC2AnswerTest, ALaterLoadTakesTheStoredAnswer) {
     expectEverythingReleased();
 }
 
-TEST(EntryLibrary, LoadsByNameThroughTheHostAndExportsOnlyItsEntry) {
+std::string libraryDir() {
     const char* dir = std::getenv("OXS3_LIBRARY_DIR");
-    ASSERT_NE(dir, nullptr) << "OXS3_LIBRARY_DIR must name the build directory holding liboxs3.so";
-    setenv("OX_MODULE_PATH", dir, 1);
+    return dir ? dir : "";
+}
+
+TEST(EntryLibrary, LoadsByNameThroughTheHost) {
+    std::string dir = libraryDir();
+    ASSERT_FALSE(dir.empty()) << "OXS3_LIBRARY_DIR must name the build directory holding liboxs3.so";
+    setenv("OX_MODULE_PATH", dir.c_str(), 1);
     auto name = wide("oxs3");
     OXJournal jnl{};
     auto* ext = reinterpret_cast<OXS3Extension*>(host()->loadExtension(host(), chars(name), name.size(), &jnl));
@@ -273,6 +279,25 @@ TEST(EntryLibrary, LoadsByNameThroughTheHostAndExportsOnlyItsEntry) {
     ASSERT_EQ(ext->exth.getVersion(ext, &v[0], &v[1], &v[2]), OX_OK);
     EXPECT_EQ(v[0], 2u);
     EXPECT_EQ(ext->exth.realDestroy(ext), OX_OK);
+}
+
+TEST(EntryLibrary, ExportsOnlyItsEntry) {
+    std::string dir = libraryDir();
+    ASSERT_FALSE(dir.empty()) << "OXS3_LIBRARY_DIR must name the build directory holding liboxs3.so";
+    std::string command = "nm -D --defined-only " + dir + "/liboxs3.so";
+    FILE* nm = popen(command.c_str(), "r");
+    ASSERT_NE(nm, nullptr);
+    std::vector<std::string> exported;
+    char line[512];
+    while (fgets(line, sizeof line, nm)) {
+        std::string_view text(line);
+        size_t space = text.find_last_of(' ');
+        std::string name(text.substr(space + 1));
+        while (!name.empty() && (name.back() == '\n' || name.back() == '\r')) name.pop_back();
+        exported.push_back(name);
+    }
+    ASSERT_EQ(pclose(nm), 0) << command;
+    EXPECT_EQ(exported, std::vector<std::string>{"oxs3"});
 }
 
 }  // namespace

@@ -18,7 +18,7 @@ struct OXInstanceSvc_S;
 
 typedef struct OXU8String {
     OXInstance instance;
-    struct OXStringExt_S* extHandle;
+    struct OXStringExt_S* extHandle; /* the process's string service record, which outlives every string */
     OXBoolean isStatic;      /* over caller bytes: never freed, destroy only clears it */
     UTF8Str stg;
     UTF8ByteLength len;      /* bytes, without the terminator */
@@ -60,7 +60,9 @@ typedef struct OXStringExt_S {
                          uint32_t flags, OXU8String** out);
     /* An empty UTF-8 string with room for capacity bytes. */
     OXStatus (*createU8Empty)(struct OXStringExt_S* ext, OX_POOL_S* pool, UTF8ByteLength capacity, OXU8String** out);
-    /* Points a caller-owned string header at caller bytes (no copy, no allocation). */
+    /* Points a caller-owned string header at caller bytes (no copy, no allocation). The
+     * service never changes a static string: appendU8, setU8 and append refuse it with
+     * OX_INVALID_ARGUMENT. */
     void (*initStaticU8)(struct OXStringExt_S* ext, OXU8String* s, UTF8CStr bytes, UTF8ByteLength len);
     OXStatus (*appendU8)(OXU8String* s, UTF8CStr bytes, UTF8ByteLength len);
     /* Replaces the contents. */
@@ -71,13 +73,16 @@ typedef struct OXStringExt_S {
     void (*initStatic)(struct OXStringExt_S* ext, OXString* s, const OXChar* text, OXStrSize len);
     OXStatus (*append)(OXString* s, const OXChar* text, OXStrSize len);
 
-    /* Conversions; invalid input gives OX_BAD_UTF8 / OX_BAD_CODE_POINT and no output. */
+    /* Conversions; invalid input gives OX_BAD_UTF8 (ill-formed bytes: overlong forms, encoded
+     * surrogates, values past U+10FFFF, cut sequences) / OX_BAD_CODE_POINT (a wide character
+     * that is a surrogate or past U+10FFFF) and no output. */
     OXStatus (*u8ToWide)(struct OXStringExt_S* ext, OX_POOL_S* pool, UTF8CStr bytes, UTF8ByteLength len, OXString** out);
     OXStatus (*wideToU8)(struct OXStringExt_S* ext, OX_POOL_S* pool, const OXChar* text, OXStrSize len,
                          OXU8String** out);
 
     /* A header value instance a dictionary can hold: a new reference on s itself for owned
-     * strings, an owned copy for static ones. */
+     * strings, an owned copy for static ones (in s->pool when its owner set one, else in the
+     * string service's own pool). */
     OXStatus (*toInstance)(OXU8String* s, OXInstance** out);
 
     /* Takes one more reference on any instance. */

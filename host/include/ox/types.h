@@ -34,7 +34,7 @@ typedef double OXDateTime;         /* seconds since 1970-01-01T00:00:00Z */
 #define OX_TRUE ((OXBoolean)1)
 #define OX_FALSE ((OXBoolean)0)
 
-enum { NLS_CEI_UTF8 = 1208, NLS_CEI_UTF32 = 1236 };
+enum { NLS_CEI_UTF8 = 20, NLS_CEI_UTF32 = 21 };
 
 /* Four ASCII bytes read as a number, so an eye-catcher is readable in a memory dump. */
 #define OX_OVEN(a, b, c, d) \

@@ -1,0 +1,92 @@
+#include "publicbucket.h"
+
+#include <unistd.h>
+
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <utility>
+#include <vector>
+
+#include "faultserver.h"
+#include "rawhttp.h"
+#include "s3env.h"
+#include "sigv4.h"
+
+namespace oxtest {
+
+namespace {
+
+RawHttpResponse signedExchange(const S3Env& env, const std::string& method, const std::string& path,
+                               const std::string& body = "",
+                               std::vector<std::pair<std::string, std::string>> extra = {}) {
+    SigV4Request req{method, env.host + ":" + std::to_string(env.port), path, "", std::move(extra)};
+    std::string text = method + " " + path + " HTTP/1.1\r\n";
+    for (const auto& [name, value] : sigV4Headers(req, env.accessKey, env.secretKey, env.region))
+        text += name + ": " + value + "\r\n";
+    text += "Content-Length: " + std::to_string(body.size()) + "\r\nConnection: close\r\n\r\n" + body;
+    return rawHttpExchange(env.host, env.port, text);
+}
+
+std::string uniqueName(const char* prefix) {
+    const auto ticks = std::chrono::steady_clock::now().time_since_epoch().count();
+    return std::string(prefix) + "-" + std::to_string(::getpid()) + "-" + std::to_string(ticks % 1000000007);
+}
+
+std::string failure(const char* what, const RawHttpResponse& r) {
+    return std::string(what) + ": HTTP " + std::to_string(r.status) + " " + r.error + " " + r.body;
+}
+
+std::string bigBody() {
+    std::string b(PublicBuckets::kBigSize, '\0');
+    for (size_t i = 0; i < b.size(); ++i) b[i] = patternByte(i);
+    return b;
+}
+
+const std::vector<std::pair<std::string, std::string>> kPublicRead = {{"x-amz-acl", "public-read"}};
+
+void removeAll(const PublicBuckets& b) {
+    const S3Env& env = requireS3Env();
+    for (const char* key : {PublicBuckets::kSmallKey, PublicBuckets::kBigKey})
+        signedExchange(env, "DELETE", "/" + b.open + "/" + key);
+    for (const std::string& bucket : {b.open, b.closed}) {
+        auto r = signedExchange(env, "DELETE", "/" + bucket);
+        if (r.status != 204) std::fprintf(stderr, "could not remove test bucket %s: %d\n", bucket.c_str(), r.status);
+    }
+}
+
+PublicBuckets makeBuckets() {
+    PublicBuckets b;
+    const S3Env& env = requireS3Env();
+    if (!env) {
+        b.error = "no S3 server";
+        return b;
+    }
+    b.open = uniqueName("oxhttp-open");
+    b.closed = uniqueName("oxhttp-closed");
+    if (auto r = signedExchange(env, "PUT", "/" + b.open, "", {{"x-amz-acl", "public-read-write"}}); r.status != 200)
+        b.error = failure("creating the open bucket", r);
+    else if (r = signedExchange(env, "PUT", "/" + b.closed); r.status != 200)
+        b.error = failure("creating the private bucket", r);
+    else if (r = signedExchange(env, "PUT", "/" + b.open + "/" + PublicBuckets::kSmallKey, PublicBuckets::kSmallText,
+                                kPublicRead);
+             r.status != 200)
+        b.error = failure("storing the small object", r);
+    else if (r = signedExchange(env, "PUT", "/" + b.open + "/" + PublicBuckets::kBigKey, bigBody(), kPublicRead);
+             r.status != 200)
+        b.error = failure("storing the large object", r);
+    return b;
+}
+
+}  // namespace
+
+const PublicBuckets& publicBuckets() {
+    static const PublicBuckets buckets = [] {
+        PublicBuckets b = makeBuckets();
+        if (!b.open.empty()) std::atexit([] { removeAll(publicBuckets()); });
+        return b;
+    }();
+    return buckets;
+}
+
+}  // namespace oxtest
