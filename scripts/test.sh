@@ -7,7 +7,7 @@
 #
 # Environment: OXS3_BUILD_DIR, OXS3_ASAN_BUILD_DIR (build directories relative to the
 # repository, default build and build-asan), OXS3_JOBS (default: the number of cores),
-# OXS3_TEST_TIMEOUT (seconds per test, default 300).
+# OXS3_TEST_TIMEOUT (seconds per test, default 120).
 #
 # Exits non-zero when any step fails; prints a summary at the end. Installs missing Debian
 # packages first (scripts/setup.sh; needs root only when something is missing).
@@ -20,7 +20,7 @@ cd "$ROOT" || exit 1
 BUILD_DIR=${OXS3_BUILD_DIR:-build}
 ASAN_BUILD_DIR=${OXS3_ASAN_BUILD_DIR:-build-asan}
 JOBS=${OXS3_JOBS:-$(nproc 2>/dev/null || echo 2)}
-CTEST_TIMEOUT=${OXS3_TEST_TIMEOUT:-300}   # per test, seconds; the server start has its own
+CTEST_TIMEOUT=${OXS3_TEST_TIMEOUT:-120}   # per test, seconds; the server start has its own
 
 # Sanitizer settings: stop at the first error, report leaks, keep stacks readable.
 export ASAN_OPTIONS=${ASAN_OPTIONS:-detect_leaks=1:halt_on_error=1:abort_on_error=0:detect_stack_use_after_return=1:check_initialization_order=1:allocator_may_return_null=1}

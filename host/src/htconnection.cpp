@@ -36,6 +36,7 @@ struct Connection {
     PoolBuffer<char> scratch;  // authority, proxy origin and credentials while a head is built
     int64_t bodyLeft = -1;     // request body bytes announced and not yet sent; -1 when not counted
     bool haveResponse = false; // a final head was read and its body may be read
+    bool replayable = false;   // the request went out whole from `out` on a reused socket
 
     explicit Connection(OX_POOL_S* pool) noexcept : reader(pool), out(pool), scratch(pool) {}
 };
@@ -142,6 +143,18 @@ OXStatus describeTarget(Connection& k, RequestSpec& spec) {
     return OX_OK;
 }
 
+// The head (with a small body) and then a large body from the caller's memory.
+OXStatus transmit(Connection& k, std::string_view largeBody) {
+    const IoLimits limits = limitsOf(k.rec);
+    OXStatus st = k.channel.writeAll(k.out.data(), k.out.size(), limits, !largeBody.empty());
+    if (st == OX_OK && !largeBody.empty()) st = k.channel.writeAll(largeBody.data(), largeBody.size(), limits);
+    return st;
+}
+
+// A kept-alive socket can be closed by the server just as it is reused, after the idle check:
+// the loss shows as a reset or close before any answer, and the request was never taken.
+bool lostOnReuse(OXStatus st) { return st == OX_HTTP_PEER_CLOSED || st == OX_HTTP_CONNECTION_RESET; }
+
 OXStatus writeRequest(Connection& k, const RequestArgs& a) {
     const bool inlineBody = a.body.size() <= kInlineBodyBytes;
     RequestSpec spec;
@@ -155,11 +168,16 @@ OXStatus writeRequest(Connection& k, const RequestArgs& a) {
     if (OXStatus st = describeTarget(k, spec); st != OX_OK) return st;
     int64_t announced = -1;
     if (OXStatus st = buildRequestHead(spec, k.out, announced); st != OX_OK) return st;
-    const IoLimits limits = limitsOf(k.rec);
-    OXStatus st = k.channel.writeAll(k.out.data(), k.out.size(), limits, !inlineBody);
-    if (st == OX_OK && !inlineBody) st = k.channel.writeAll(a.body.data(), a.body.size(), limits);
+    const std::string_view largeBody = inlineBody ? std::string_view() : a.body;
+    bool reused = k.rec.requestCount > 0;
+    OXStatus st = transmit(k, largeBody);
+    if (st != OX_OK && reused && lostOnReuse(st)) {
+        reused = false;
+        if ((st = connectChannel(k)) == OX_OK) st = transmit(k, largeBody);
+    }
     if (st != OX_OK) return fail(k, st);
     k.bodyLeft = announced < 0 ? -1 : announced - static_cast<int64_t>(a.body.size());
+    k.replayable = reused && inlineBody && !a.expectContinue;
     return OX_OK;
 }
 
@@ -198,6 +216,7 @@ OXStatus sendData(HTConnection c, const void* data, OXMemSize length) {
     const HTState s = c->state;
     if (s != htStateRequestSent && s != htStateContReqSent && s != htStateContinueRead) return OX_HTTP_WRONG_STATE;
     if (k.bodyLeft >= 0 && length > static_cast<OXMemSize>(k.bodyLeft)) return OX_HTTP_BODY_OVERRUN;
+    k.replayable = false;  // the body is the caller's and may be gone
     if (OXStatus st = k.channel.writeAll(data, length, limitsOf(*c)); st != OX_OK) return fail(k, st);
     if (k.bodyLeft >= 0) k.bodyLeft -= static_cast<int64_t>(length);
     c->state = htStateRequestSent;  // from here the interim answer, if any comes, is skipped
@@ -232,6 +251,27 @@ void noteFinalHead(Connection& k, bool interimWanted) {
     if (k.reader.bodyDone()) finishBody(k);
 }
 
+// Sends the request once more on a new socket when the reused one died before answering.
+OXStatus replay(Connection& k) {
+    const HTState state = k.rec.state;
+    k.replayable = false;
+    OXStatus st = connectChannel(k);
+    if (st == OX_OK) st = transmit(k, {});
+    if (st != OX_OK) return st;
+    k.rec.state = state;
+    k.rec.requestCount = 1;
+    return OX_OK;
+}
+
+OXStatus readHeadOrReplay(Connection& k) {
+    const bool requestWasHead = k.rec.method == httpHead;
+    OXStatus st = k.reader.readHead(k.channel, limitsOf(k.rec), requestWasHead);
+    if (st != OX_OK && k.replayable && lostOnReuse(st) && (st = replay(k)) == OX_OK)
+        st = k.reader.readHead(k.channel, limitsOf(k.rec), requestWasHead);
+    k.replayable = false;
+    return st;
+}
+
 OXStatus readResponse(HTConnection c, HTTPStatus* status) {
     if (!c || !status) return OX_INVALID_ARGUMENT;
     Connection& k = self(c);
@@ -239,8 +279,7 @@ OXStatus readResponse(HTConnection c, HTTPStatus* status) {
     if (s != htStateRequestSent && s != htStateContReqSent && s != htStateContinueRead) return OX_HTTP_WRONG_STATE;
     const bool interimWanted = s == htStateContReqSent;
     while (true) {
-        if (OXStatus st = k.reader.readHead(k.channel, limitsOf(*c), c->method == httpHead); st != OX_OK)
-            return fail(k, st);
+        if (OXStatus st = readHeadOrReplay(k); st != OX_OK) return fail(k, st);
         const int32_t code = k.reader.head().code;
         if (code >= 200) break;
         if (code == 100 && interimWanted) {

@@ -3,7 +3,7 @@
 // so the proxy sees only the host and port, never the request.
 #include "http_proxy.h"
 
-#include <cstring>
+#include <algorithm>
 
 #include "http_request.h"
 #include "owned.h"
@@ -63,9 +63,9 @@ OXStatus appendProxyAuthorization(PoolBuffer<char>& out, const HTProxy& proxy) {
     SecretBuffer<kMaxCredentialBytes> plain;
     SecretBuffer<kMaxEncodedCredentialBytes> encoded;
     const size_t plainL = user.size() + 1 + pass.size();
-    std::memcpy(plain.bytes, user.data(), user.size());
-    plain.bytes[user.size()] = ':';
-    std::memcpy(plain.bytes + user.size() + 1, pass.data(), pass.size());
+    char* end = std::copy(user.begin(), user.end(), plain.bytes);
+    *end++ = ':';
+    std::copy(pass.begin(), pass.end(), end);
     size_t encodedL = 0;
     if (OXStatus st = oxBase64Encode(plain.bytes, plainL, encoded.bytes, sizeof encoded.bytes, &encodedL); st != OX_OK)
         return st;

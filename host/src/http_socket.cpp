@@ -90,6 +90,7 @@ OXStatus Socket::failure(int err) {
 
 OXStatus Socket::connect(const char* host, uint16_t port, const IoLimits& limits) {
     close();
+    errno_ = 0;
     addrinfo hints{};
     hints.ai_family = AF_UNSPEC;
     hints.ai_socktype = SOCK_STREAM;
@@ -114,7 +115,7 @@ OXStatus Socket::connectAddress(const addrinfo& ai, const IoLimits& limits) {
     fd_ = ::socket(ai.ai_family, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
     if (fd_ < 0) {
         errno_ = errno;
-        return isResourceShortage(errno_) ? OX_NO_MEMORY : OX_SOCKET_FAILED;
+        return isResourceShortage(errno_) ? OX_NO_MEMORY : OX_HTTP_CONNECT_FAILED;  // e.g. no IPv6: try the next
     }
     setOption(fd_, IPPROTO_TCP, TCP_NODELAY);
     if (::connect(fd_, ai.ai_addr, ai.ai_addrlen) == 0) return OX_OK;

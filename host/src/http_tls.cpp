@@ -196,6 +196,12 @@ OXStatus nameTheServer(SSL* ssl, const TlsSettings& s, const char* host) {
     return SSL_set1_host(ssl, name) == 1 ? OX_OK : OX_TLS_BAD_OPTIONS;
 }
 
+// SSL_ERROR_SYSCALL is told apart from a plain end of stream by errno, so no stale value may linger.
+void clearErrors() {
+    ERR_clear_error();
+    errno = 0;
+}
+
 bool wantsIo(int sslError) { return sslError == SSL_ERROR_WANT_READ || sslError == SSL_ERROR_WANT_WRITE; }
 
 }  // namespace
@@ -210,6 +216,7 @@ OXStatus TlsSession::handshake(Socket& sock, SSLOptions_S* opts, const char* hos
     SSL_CTX_free(ctx);
     BIO_METHOD* method = socketMethod();
     BIO* bio = method && ssl_ ? BIO_new(method) : nullptr;
+    fatal_ = true;  // until the handshake is done there is no session to close politely
     if (!bio) {
         end();
         return OX_NO_MEMORY;
@@ -222,13 +229,15 @@ OXStatus TlsSession::handshake(Socket& sock, SSLOptions_S* opts, const char* hos
         return st;
     }
     while (true) {
-        ERR_clear_error();
+        clearErrors();
         int r = SSL_connect(ssl_);
-        if (r == 1) return OX_OK;
+        if (r == 1) {
+            fatal_ = false;
+            return OX_OK;
+        }
         int e = SSL_get_error(ssl_, r);
         st = wantsIo(e) ? waitFor(e, sock, limits) : handshakeFailure(e, sock);
         if (st != OX_OK) {
-            fatal_ = true;
             end();
             return st;
         }
@@ -261,7 +270,7 @@ OXStatus TlsSession::ioFailure(int sslError, Socket& sock) {
 OXStatus TlsSession::readSome(Socket& sock, void* buf, size_t len, size_t& got, const IoLimits& limits) {
     while (true) {
         if (aborted(limits)) return OX_HTTP_ABORTED;
-        ERR_clear_error();
+        clearErrors();
         size_t n = 0;
         int r = SSL_read_ex(ssl_, buf, len, &n);
         if (r == 1) {
@@ -282,7 +291,7 @@ OXStatus TlsSession::writeAll(Socket& sock, const void* data, size_t len, const 
     auto p = static_cast<const char*>(data);
     while (len > 0) {
         if (aborted(limits)) return OX_HTTP_ABORTED;
-        ERR_clear_error();
+        clearErrors();
         size_t n = 0;
         int r = SSL_write_ex(ssl_, p, len, &n);
         if (r == 1) {

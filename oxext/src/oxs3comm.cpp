@@ -89,7 +89,7 @@ void fillSlots(OXS3Extension* ext) {
     setACLFunctions(ext);
     ext->validBucketName = nullptr;   // joins with the bucket area
     setPathOps(ext);
-    ext->readConfig = nullptr;        // joins with the configuration area
+    setConfigOps(ext);
     setFileOps(ext);
     ext->getEC2Region = nullptr;      // join with the instance-metadata client
     ext->getEC2RoleName = nullptr;

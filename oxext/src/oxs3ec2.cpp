@@ -5,6 +5,7 @@
 
 #include "ox/status.h"
 #include "oxs3areas.h"
+#include "oxs3conf.h"
 #include "oxs3log.h"
 
 namespace s3 {
@@ -51,6 +52,56 @@ OXStatus initEC2Info(OXS3Extension* ext, OX_POOL_S* pool) {
     OXS3_LOG(ext->logger, LL_Trace, U"initEC2Info [EXIT] : result=0x%x isEC2Host=%s", st,
              chars(ext->isEC2Host ? kTrue : kFalse));
     return st;
+}
+
+}  // namespace s3
+
+// Credentials of the instance role, for callers that connect without keys.
+namespace s3 {
+namespace {
+
+struct RoleItem {
+    std::string_view name;
+    OXU8String* S3Settings::*field;
+};
+
+constexpr RoleItem kRoleItems[] = {
+    {"AccessKeyId", &S3Settings::keyId},
+    {"SecretAccessKey", &S3Settings::secret},
+    {"Token", &S3Settings::session},
+    {"Region", &S3Settings::region},
+};
+
+// Only string items are taken; a later one replaces an earlier value.
+void setItemFromRole(OXS3Extension* ext, OXDictionary role, std::string_view item, OXU8String*& field) {
+    OXInstance* value = nullptr;
+    if (role->getValueU8(role, item.data(), item.size(), &value) != OX_OK) return;
+    if (!value->isType(value, OX_TYPE_U8STRING)) return;
+    ext->oxstring->retain(value);
+    if (field) field->instance.destroy(field);
+    field = reinterpret_cast<OXU8String*>(value);
+}
+
+}  // namespace
+
+OXStatus getS3CredentialsFromEC2Role(OXS3Extension* ext, OX_POOL_S* pool, S3Settings** settings) {
+    if (!ext || !pool || !settings) return OX_INVALID_ARGUMENT;
+    *settings = nullptr;
+    if (!ext->isEC2Host || !ext->getEC2RoleName || !ext->getIAMRole) return OX_OK;
+    Owned<OXU8String> roleName;
+    if (ext->getEC2RoleName(ext, pool, roleName.out()) != OX_OK || !roleName) {
+        OXS3_LOG(ext->logger, LL_Debug, U"The instance has no role, so there are no instance-role credentials.");
+        return OX_OK;
+    }
+    Owned<OXDictionary_S> role;
+    OXStatus st = ext->getIAMRole(ext, roleName->stg, pool, role.out());
+    if (st != OX_OK || !role) return st;
+    Owned<S3Settings> record;
+    st = allocateS3Settings(pool, record.out());
+    if (st != OX_OK) return st;
+    for (const RoleItem& item : kRoleItems) setItemFromRole(ext, role.get(), item.name, record.get()->*item.field);
+    *settings = record.release();
+    return OX_OK;
 }
 
 }  // namespace s3

@@ -362,7 +362,7 @@ void FaultServer::serve(int fd, size_t number) {
             in.erase(0, req.body.size());
         }
         record(std::move(req));
-        if (!up || !sleepUnlessStopping(reply->delayMs)) break;
+        if (!up || reply->hangUp || !sleepUnlessStopping(reply->delayMs)) break;
         if (!sendReply(c, *reply, [this](int ms) { return sleepUnlessStopping(ms); }) || reply->closeAfter) break;
     }
     if (c.ssl && up && !c.wasReset) SSL_shutdown(c.ssl);

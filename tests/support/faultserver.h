@@ -38,6 +38,7 @@ struct FaultReply {
     int64_t stallAfter = -1;       // stop after this many reply bytes ...
     int stallMs = 0;               // ... for this long, then go on
     bool closeAfter = false;       // close the connection after this reply
+    bool hangUp = false;           // take the request and close without answering
     int delayMs = 0;               // wait this long before answering
 
     // "HTTP/1.1 <code> <reason>" with Content-Length and the body.

@@ -37,8 +37,8 @@ std::string failure(const char* what, const RawHttpResponse& r) {
     return std::string(what) + ": HTTP " + std::to_string(r.status) + " " + r.error + " " + r.body;
 }
 
-std::string bigBody() {
-    std::string b(PublicBuckets::kBigSize, '\0');
+std::string patternBody(uint64_t size) {
+    std::string b(size, '\0');
     for (size_t i = 0; i < b.size(); ++i) b[i] = patternByte(i);
     return b;
 }
@@ -47,7 +47,7 @@ const std::vector<std::pair<std::string, std::string>> kPublicRead = {{"x-amz-ac
 
 void removeAll(const PublicBuckets& b) {
     const S3Env& env = requireS3Env();
-    for (const char* key : {PublicBuckets::kSmallKey, PublicBuckets::kBigKey})
+    for (const char* key : {PublicBuckets::kSmallKey, PublicBuckets::kPageKey, PublicBuckets::kBigKey})
         signedExchange(env, "DELETE", "/" + b.open + "/" + key);
     for (const std::string& bucket : {b.open, b.closed}) {
         auto r = signedExchange(env, "DELETE", "/" + bucket);
@@ -72,7 +72,12 @@ PublicBuckets makeBuckets() {
                                 kPublicRead);
              r.status != 200)
         b.error = failure("storing the small object", r);
-    else if (r = signedExchange(env, "PUT", "/" + b.open + "/" + PublicBuckets::kBigKey, bigBody(), kPublicRead);
+    else if (r = signedExchange(env, "PUT", "/" + b.open + "/" + PublicBuckets::kPageKey,
+                                patternBody(PublicBuckets::kPageSize), kPublicRead);
+             r.status != 200)
+        b.error = failure("storing the page object", r);
+    else if (r = signedExchange(env, "PUT", "/" + b.open + "/" + PublicBuckets::kBigKey,
+                                patternBody(PublicBuckets::kBigSize), kPublicRead);
              r.status != 200)
         b.error = failure("storing the large object", r);
     return b;
@@ -81,12 +86,13 @@ PublicBuckets makeBuckets() {
 }  // namespace
 
 const PublicBuckets& publicBuckets() {
-    static const PublicBuckets buckets = [] {
-        PublicBuckets b = makeBuckets();
-        if (!b.open.empty()) std::atexit([] { removeAll(publicBuckets()); });
+    // Never destroyed: the exit handler that removes the buckets still reads it.
+    static const PublicBuckets* buckets = [] {
+        auto* b = new PublicBuckets(makeBuckets());
+        if (!b->open.empty()) std::atexit([] { removeAll(publicBuckets()); });
         return b;
     }();
-    return buckets;
+    return *buckets;
 }
 
 }  // namespace oxtest

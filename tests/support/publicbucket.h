@@ -15,6 +15,8 @@ struct PublicBuckets {
 
     static constexpr const char* kSmallKey = "small.txt";
     static constexpr const char* kSmallText = "hello from the gateway\n";
+    static constexpr const char* kPageKey = "page.bin";
+    static constexpr uint64_t kPageSize = 4096;    // patternByte(i), like the large object
     static constexpr const char* kBigKey = "big.bin";
     static constexpr uint64_t kBigSize = 1 << 20;  // patternByte(i) for each offset i
 

@@ -13,6 +13,7 @@
 
 #include "faultserver.h"
 #include "httptest.h"
+#include "ox/msg.h"
 
 namespace {
 
@@ -185,6 +186,35 @@ TEST_F(HttpFaults, DetectsAnIdleSocketTheServerClosed) {
     EXPECT_EQ(server.requests().at(1).connection, 2u);
 }
 
+TEST_F(HttpFaults, SendsARequestAgainWhenAReusedSocketDiesUnanswered) {
+    FaultReply hangUp;
+    hangUp.hangUp = true;  // as if the idle close crossed the request on the wire
+    server.push(FaultReply::ok("first"));
+    server.push(hangUp);
+    server.push(FaultReply::ok("second"));
+    EXPECT_EQ(oxtest::exchange(c(), httpGet, "/").body, "first");
+    auto second = oxtest::exchange(c(), httpGet, "/");
+    EXPECT_EQ(second.readStatus, OX_OK);
+    EXPECT_EQ(second.body, "second");
+    EXPECT_EQ(c()->requestCount, 1);
+    EXPECT_EQ(server.requests().size(), 3u);
+}
+
+TEST_F(HttpFaults, NeverSendsAStreamedBodyAgain) {
+    FaultReply hangUp;
+    hangUp.hangUp = true;
+    hangUp.answerBeforeBody = true;
+    server.push(FaultReply::ok("first"));
+    server.push(hangUp);
+    oxtest::exchange(c(), httpGet, "/");
+    ASSERT_EQ(c()->sendRequest(c(), httpPut, "/k", 2, nullptr, 0, nullptr, 3, nullptr, 0, OX_FALSE), OX_OK);
+    c()->sendData(c(), "abc", 3);
+    HTTPStatus st{};
+    OXStatus s = c()->readResponse(c(), &st);
+    EXPECT_TRUE(s == OX_HTTP_PEER_CLOSED || s == OX_HTTP_CONNECTION_RESET) << std::hex << s;
+    EXPECT_EQ(server.requests().size(), 2u);
+}
+
 TEST_F(HttpFaults, OpenReplacesAnIdleSocketTheServerClosed) {
     FaultReply r = FaultReply::ok("first");
     r.closeAfter = true;
@@ -298,6 +328,23 @@ TEST_F(HttpFaults, RefusedConnectionsFailToConnect) {
     EXPECT_EQ(refused->open(refused.get()), OX_HTTP_CONNECT_FAILED);
     EXPECT_EQ(refused->tcpError, ECONNREFUSED);
     EXPECT_EQ(refused->state, htStateClosed);
+}
+
+TEST(HttpStatuses, EachHasASentenceInTheCatalogue) {
+    for (OXStatus st :
+         {OX_SOCKET_FAILED, OX_SOCKET_TIMED_OUT, OX_TLS_RECORD_FAILED, OX_HTTP_ALREADY_OPEN, OX_HTTP_WRONG_STATE,
+          OX_HTTP_BAD_REQUEST_TEXT, OX_HTTP_BODY_OVERRUN, OX_HTTP_CONNECTION_RESET, OX_HTTP_RESPONSE_TRUNCATED,
+          OX_HTTP_PEER_CLOSED, OX_HTTP_MALFORMED_RESPONSE, OX_HTTP_HEAD_TOO_LARGE, OX_HTTP_BAD_CHUNK,
+          OX_HTTP_BAD_CONTENT_LENGTH, OX_HTTP_CONTINUE, OX_HTTP_OK, OX_HTTP_OTHER_SUCCESS, OX_HTTP_PARTIAL_CONTENT,
+          OX_HTTP_REDIRECT, OX_HTTP_NOT_MODIFIED, OX_HTTP_BAD_REQUEST, OX_HTTP_FORBIDDEN, OX_HTTP_NOT_FOUND,
+          OX_HTTP_PROXY_AUTH_REQUIRED, OX_HTTP_TOO_MANY_REQUESTS, OX_HTTP_CLIENT_ERROR, OX_HTTP_SERVER_ERROR,
+          OX_HTTP_UNAVAILABLE, OX_HTTP_SERVER_ERROR_NO_BODY, OX_HTTP_UNAVAILABLE_NO_BODY,
+          OX_HTTP_VERSION_NOT_SUPPORTED, OX_HTTP_HOST_NOT_FOUND, OX_HTTP_TUNNEL_REFUSED, OX_HTTP_CONNECT_FAILED,
+          OX_HTTP_ABORTED, OX_TLS_HANDSHAKE_FAILED, OX_TLS_CERT_UNTRUSTED, OX_TLS_HOST_MISMATCH, OX_TLS_BAD_OPTIONS}) {
+        const char* text = oxMessageText(st);
+        ASSERT_NE(text, nullptr) << std::hex << st;
+        EXPECT_EQ(std::string(text).back(), '.') << text;
+    }
 }
 
 }  // namespace

@@ -101,11 +101,12 @@ TEST_F(HttpTls, HonoursTheMinimumVersion) {
 
 TEST_F(HttpTls, KeepsOneSessionAcrossRequests) {
     FaultServer server(localhostIdentity());
-    for (int i = 0; i < 3; ++i) server.push(FaultReply::ok("n" + std::to_string(i)));
+    const std::string bodies[] = {"n0", "n1", "n2"};
+    for (const auto& body : bodies) server.push(FaultReply::ok(body));
     auto opts = tlsOptions({{OX_SSL_CAFILE, localhostIdentity().caFile}});
     auto c = connect("localhost", server.port(), true, opts.get());
     ASSERT_EQ(c->open(c.get()), OX_OK);  // session tickets arrive while it idles: not a close
-    for (int i = 0; i < 3; ++i) EXPECT_EQ(oxtest::exchange(c.get(), httpGet, "/").body, "n" + std::to_string(i));
+    for (const auto& body : bodies) EXPECT_EQ(oxtest::exchange(c.get(), httpGet, "/").body, body);
     EXPECT_EQ(server.connectionsAccepted(), 1u);
 }
 

@@ -36,7 +36,22 @@ EventPtr makeEvent(bool posted = false) {
     return EventPtr(host()->eventCreate(host(), &parms, nullptr, "test event"));
 }
 
-class Locks : public ::testing::Test {};
+class Locks : public ::testing::Test {
+protected:
+    // The caller holds lock; another thread taking it gets in only once the caller releases it.
+    static void expectKeptOutUntilReleased(OX_LOCK_S* lock, bool otherTakesShared) {
+        EventPtr otherIn = makeEvent();
+        std::thread other([&] {
+            otherTakesShared ? lock->getShared(lock) : lock->get(lock);
+            otherIn->post(otherIn.get());
+            lock->release(lock);
+        });
+        EXPECT_EQ(otherIn->wait(otherIn.get(), 100), OX_TIMED_OUT) << "got in while the lock was held";
+        lock->release(lock);
+        EXPECT_EQ(otherIn->wait(otherIn.get(), kPatienceMs), OX_OK);
+        other.join();
+    }
+};
 
 TEST_F(Locks, PlainLockSerialisesWriters) {
     LockPtr lock = makeLock(false);
@@ -104,48 +119,21 @@ TEST_F(Locks, WritersExcludeReaders) {
 TEST_F(Locks, WriterWaitsForReadersToLeave) {
     LockPtr lock = makeLock(true);
     ASSERT_TRUE(lock);
-    EventPtr writerIn = makeEvent();
     ASSERT_EQ(lock->getShared(lock.get()), OX_OK);
-    std::thread writer([&] {
-        lock->get(lock.get());
-        writerIn->post(writerIn.get());
-        lock->release(lock.get());
-    });
-    EXPECT_EQ(writerIn->wait(writerIn.get(), 100), OX_TIMED_OUT) << "writer got in while a reader held the lock";
-    lock->release(lock.get());
-    EXPECT_EQ(writerIn->wait(writerIn.get(), kPatienceMs), OX_OK);
-    writer.join();
+    expectKeptOutUntilReleased(lock.get(), false);
 }
 
 TEST_F(Locks, LockCreatedOwnedIsHeldByItsCreator) {
     LockPtr lock = makeLock(false, true);
     ASSERT_TRUE(lock);
-    EventPtr otherIn = makeEvent();
-    std::thread other([&] {
-        lock->get(lock.get());
-        otherIn->post(otherIn.get());
-        lock->release(lock.get());
-    });
-    EXPECT_EQ(otherIn->wait(otherIn.get(), 100), OX_TIMED_OUT);
-    lock->release(lock.get());
-    EXPECT_EQ(otherIn->wait(otherIn.get(), kPatienceMs), OX_OK);
-    other.join();
+    expectKeptOutUntilReleased(lock.get(), false);
 }
 
 TEST_F(Locks, SharedHoldOfAPlainLockIsExclusive) {
     LockPtr lock = makeLock(false);
     ASSERT_TRUE(lock);
-    EventPtr otherIn = makeEvent();
     ASSERT_EQ(lock->getShared(lock.get()), OX_OK);
-    std::thread other([&] {
-        lock->getShared(lock.get());
-        otherIn->post(otherIn.get());
-        lock->release(lock.get());
-    });
-    EXPECT_EQ(otherIn->wait(otherIn.get(), 100), OX_TIMED_OUT);
-    lock->release(lock.get());
-    EXPECT_EQ(otherIn->wait(otherIn.get(), kPatienceMs), OX_OK);
-    other.join();
+    expectKeptOutUntilReleased(lock.get(), true);
 }
 
 class Events : public ::testing::Test {};

@@ -15,7 +15,6 @@ namespace {
 
 using oxtest::chars;
 using oxtest::host;
-using oxtest::wide;
 
 constexpr int64_t kPatienceMs = 10000;
 
@@ -49,7 +48,8 @@ OXStatus workMain(OX_THREAD_S* self, void* parms) {
 
 class Threads : public ::testing::Test {
 protected:
-    OX_THREAD_S* start(Work& work, std::string_view name = "worker", OX_EVENT_S* entrE = nullptr,
+    // An empty name is passed as no name at all.
+    OX_THREAD_S* start(Work& work, const std::u32string& name = U"worker", OX_EVENT_S* entrE = nullptr,
                        OX_EVENT_S* exitE = nullptr, OXMemSize stackSize = 0) {
         OXThreadCreateParms parms{};
         parms.main = workMain;
@@ -57,8 +57,7 @@ protected:
         parms.entrE = entrE;
         parms.exitE = exitE;
         parms.stackSize = stackSize;
-        std::u32string w = wide(name);
-        return host()->threadCreate(host(), &parms, nullptr, chars(w), w.size());
+        return host()->threadCreate(host(), &parms, nullptr, name.empty() ? nullptr : chars(name), name.size());
     }
     static void finish(OX_THREAD_S* t) { ASSERT_EQ(t->generic.destroy(t), OX_OK); }
 };
@@ -67,7 +66,7 @@ TEST_F(Threads, PostsEntryWhenRunningAndExitAfterMainReturns) {
     EventPtr go = makeEvent(), entry = makeEvent(), exit = makeEvent();
     Work work;
     work.go = go.get();
-    OX_THREAD_S* t = start(work, "worker", entry.get(), exit.get());
+    OX_THREAD_S* t = start(work, U"worker", entry.get(), exit.get());
     ASSERT_NE(t, nullptr);
     EXPECT_EQ(t->oxtExitH, exit.get());
     ASSERT_EQ(entry->wait(entry.get(), kPatienceMs), OX_OK);
@@ -117,7 +116,7 @@ TEST_F(Threads, WaitTimesOutWhileMainRuns) {
 TEST_F(Threads, WaitStillWorksWhenTheCallerClearsItsExitEvent) {
     EventPtr exit = makeEvent();
     Work work;
-    OX_THREAD_S* t = start(work, "worker", nullptr, exit.get());
+    OX_THREAD_S* t = start(work, U"worker", nullptr, exit.get());
     ASSERT_NE(t, nullptr);
     ASSERT_EQ(exit->wait(exit.get(), kPatienceMs), OX_OK);
     exit->clear(exit.get());
@@ -127,7 +126,7 @@ TEST_F(Threads, WaitStillWorksWhenTheCallerClearsItsExitEvent) {
 
 TEST_F(Threads, OsNameIsTheNameCutToFifteenBytes) {
     Work work;
-    OX_THREAD_S* t = start(work, "oxs3-transfer-worker-12");
+    OX_THREAD_S* t = start(work, U"oxs3-transfer-worker-12");
     ASSERT_NE(t, nullptr);
     ASSERT_EQ(t->wait(t, kPatienceMs), OX_OK);
     EXPECT_STREQ(work.osName, "oxs3-transfer-w");
@@ -137,11 +136,7 @@ TEST_F(Threads, OsNameIsTheNameCutToFifteenBytes) {
 
 TEST_F(Threads, OsNameIsNeverCutInsideACharacter) {
     Work work;
-    OXThreadCreateParms parms{};
-    parms.main = workMain;
-    parms.parms = &work;
-    const std::u32string name = U"abcdefghijklmnü";  // the ü would take bytes 15 and 16
-    OX_THREAD_S* t = host()->threadCreate(host(), &parms, nullptr, chars(name), name.size());
+    OX_THREAD_S* t = start(work, U"abcdefghijklmnü");  // the ü would take bytes 15 and 16
     ASSERT_NE(t, nullptr);
     ASSERT_EQ(t->wait(t, kPatienceMs), OX_OK);
     EXPECT_STREQ(work.osName, "abcdefghijklmn");
@@ -169,7 +164,7 @@ TEST_F(Threads, ManyThreadsRunToCompletion) {
     std::vector<OX_THREAD_S*> threads;
     for (Work& w : works) {
         w.counter = &finished;
-        threads.push_back(start(w, "many", nullptr, nullptr, 64 * 1024));
+        threads.push_back(start(w, U"many", nullptr, nullptr, 64 * 1024));
         ASSERT_NE(threads.back(), nullptr);
     }
     for (OX_THREAD_S* t : threads) finish(t);
@@ -178,7 +173,7 @@ TEST_F(Threads, ManyThreadsRunToCompletion) {
 
 TEST_F(Threads, TinyStackIsRaisedToTheMinimum) {
     Work work;
-    OX_THREAD_S* t = start(work, "tiny", nullptr, nullptr, 1);
+    OX_THREAD_S* t = start(work, U"tiny", nullptr, nullptr, 1);
     ASSERT_NE(t, nullptr);
     EXPECT_EQ(t->wait(t, kPatienceMs), OX_OK);
     finish(t);
@@ -196,10 +191,7 @@ TEST_F(Threads, MissingMainIsRejectedAndJournalled) {
 
 TEST_F(Threads, UnnamedThreadGetsADefaultName) {
     Work work;
-    OXThreadCreateParms parms{};
-    parms.main = workMain;
-    parms.parms = &work;
-    OX_THREAD_S* t = host()->threadCreate(host(), &parms, nullptr, nullptr, 0);
+    OX_THREAD_S* t = start(work, U"");
     ASSERT_NE(t, nullptr);
     ASSERT_EQ(t->wait(t, kPatienceMs), OX_OK);
     EXPECT_STRNE(t->generic.name, "");

@@ -13,7 +13,10 @@
  *
  * sendRequest opens the socket when there is none, and before it reuses a kept-alive socket it
  * checks that the server has not closed it while idle (then it reconnects: nothing was lost).
- * A body the caller left unread is drained first when short, else the socket is replaced.
+ * Should the server close it just as it is reused, before any answer, a request that went out
+ * whole (head and a small body) is sent once more on a new socket; one whose body came through
+ * sendData is not, and fails with a transient status. A body the caller left unread is drained
+ * first when short, else the socket is replaced.
  *
  * Statuses. readResponse returns 0 whenever it read a well-formed response head, whatever the
  * HTTP status; HTTPStatus.message then names the answer:
@@ -40,7 +43,7 @@
  *
  *     host name unknown               OX_HTTP_HOST_NOT_FOUND      0x8bbff849
  *     no address accepts in time      OX_HTTP_CONNECT_FAILED      0x8bbff84b   (tcpError has the errno)
- *     proxy refuses CONNECT           OX_HTTP_TUNNEL_REFUSED      0x8bbff84a
+ *     proxy refuses CONNECT           OX_HTTP_TUNNEL_REFUSED      0x8bbff84a   (407: OX_HTTP_PROXY_AUTH_REQUIRED)
  *     TLS handshake                   OX_TLS_HANDSHAKE_FAILED     0x8bbff860
  *     certificate not trusted         OX_TLS_CERT_UNTRUSTED       0x8bbff861
  *     certificate for another host    OX_TLS_HOST_MISMATCH        0x8bbff862
