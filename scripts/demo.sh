@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Builds the Release build and shows the S3 extension working: a small program loads
+# Builds the Release build and shows the S3 extension working: the oxs3 tool loads
 # liboxs3.so through the host and prints its version.
 #
 # Usage: scripts/demo.sh
@@ -13,12 +13,6 @@ JOBS=${OXS3_JOBS:-$(nproc 2>/dev/null || echo 2)}
 
 scripts/setup.sh
 cmake -S . -B "$BUILD_DIR" -G Ninja -DCMAKE_BUILD_TYPE=Release
-if cmake --build "$BUILD_DIR" --target help | grep -q '^oxs3-version:'; then
-  cmake --build "$BUILD_DIR" -j "$JOBS" --target oxs3-version
-  program=$(find "$BUILD_DIR" -type f -name oxs3-version -perm -u+x | head -n 1)
-else
-  cmake --build "$BUILD_DIR" -j "$JOBS" --target unit_entry_test
-  program=./$BUILD_DIR/tests/unit_entry_test
-fi
-echo "==> $program" >&2
-OXS3_LIBRARY_DIR="$ROOT/$BUILD_DIR" "$program"
+cmake --build "$BUILD_DIR" -j "$JOBS" --target oxs3-tool
+echo "==> $BUILD_DIR/tools/oxs3/oxs3 version" >&2
+"$BUILD_DIR/tools/oxs3/oxs3" version

@@ -8,7 +8,7 @@
 #include "array_internal.h"
 #include "builtin.h"
 #include "object.h"
-#include "owned.h"
+#include "ox/owned.hpp"
 #include "ox/status.h"
 #include "services.h"
 

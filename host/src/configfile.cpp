@@ -10,7 +10,7 @@
 #include <string_view>
 
 #include "dictionary_internal.h"
-#include "owned.h"
+#include "ox/owned.hpp"
 #include "ox/status.h"
 #include "poolbuf.h"
 

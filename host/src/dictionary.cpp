@@ -8,7 +8,7 @@
 #include "builtin.h"
 #include "dictionary_internal.h"
 #include "eavl_internal.h"
-#include "owned.h"
+#include "ox/owned.hpp"
 #include "services.h"
 #include "string_internal.h"
 

@@ -17,7 +17,7 @@
 
 #include "dictionary_internal.h"
 #include "object.h"
-#include "owned.h"
+#include "ox/owned.hpp"
 #include "ox/status.h"
 
 namespace ox::disk {

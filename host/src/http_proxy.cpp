@@ -6,7 +6,7 @@
 #include <algorithm>
 
 #include "http_request.h"
-#include "owned.h"
+#include "ox/owned.hpp"
 #include "string_internal.h"
 #include "webclient_internal.h"
 

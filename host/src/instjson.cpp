@@ -14,7 +14,7 @@
 #include "builtin.h"
 #include "dictionary_internal.h"
 #include "instance_internal.h"
-#include "owned.h"
+#include "ox/owned.hpp"
 #include "ox/status.h"
 #include "services.h"
 #include "string_internal.h"

@@ -46,12 +46,12 @@ private:
 
 enum class Length { None, HH, H, L, LL, Z, J, T, BigL };
 
-struct Spec {
+struct Conversion {
     char flags[8]{};  // as written, for snprintf
     int width = 0;
     int precision = -1;
     Length length = Length::None;
-    char32_t conversion = 0;
+    char32_t letter = 0;
     bool leftAlign() const { return std::strchr(flags, '-') != nullptr; }
 };
 
@@ -68,49 +68,49 @@ int readNumber(const OXChar*& p, int limit) {
     return n;
 }
 
-void readFlags(const OXChar*& p, Spec& spec) {
+void readFlags(const OXChar*& p, Conversion& conv) {
     size_t n = 0;
     for (; isFlag(*p); ++p)
-        if (n + 1 < sizeof spec.flags && !std::strchr(spec.flags, static_cast<char>(*p)))
-            spec.flags[n++] = static_cast<char>(*p);
+        if (n + 1 < sizeof conv.flags && !std::strchr(conv.flags, static_cast<char>(*p)))
+            conv.flags[n++] = static_cast<char>(*p);
 }
 
-void readWidth(const OXChar*& p, Spec& spec, Args& args) {
+void readWidth(const OXChar*& p, Conversion& conv, Args& args) {
     if (*p != '*') {
-        spec.width = readNumber(p, kMaxWidth);
+        conv.width = readNumber(p, kMaxWidth);
         return;
     }
     ++p;
     int w = va_arg(args.ap, int);
     if (w < 0) {
-        size_t n = std::strlen(spec.flags);
-        if (n + 1 < sizeof spec.flags && !spec.leftAlign()) spec.flags[n] = '-';
+        size_t n = std::strlen(conv.flags);
+        if (n + 1 < sizeof conv.flags && !conv.leftAlign()) conv.flags[n] = '-';
         w = w == INT32_MIN ? kMaxWidth : -w;
     }
-    spec.width = w < kMaxWidth ? w : kMaxWidth;
+    conv.width = w < kMaxWidth ? w : kMaxWidth;
 }
 
-void readPrecision(const OXChar*& p, Spec& spec, Args& args) {
+void readPrecision(const OXChar*& p, Conversion& conv, Args& args) {
     if (*p != '.') return;
     ++p;
     if (*p != '*') {
-        spec.precision = readNumber(p, INT32_MAX);
+        conv.precision = readNumber(p, INT32_MAX);
         return;
     }
     ++p;
     int prec = va_arg(args.ap, int);
-    spec.precision = prec < 0 ? -1 : prec;
+    conv.precision = prec < 0 ? -1 : prec;
 }
 
-void readLength(const OXChar*& p, Spec& spec) {
+void readLength(const OXChar*& p, Conversion& conv) {
     switch (*p) {
-        case 'h': spec.length = p[1] == 'h' ? (++p, Length::HH) : Length::H; break;
-        case 'l': spec.length = p[1] == 'l' ? (++p, Length::LL) : Length::L; break;
-        case 'q': spec.length = Length::LL; break;
-        case 'z': spec.length = Length::Z; break;
-        case 'j': spec.length = Length::J; break;
-        case 't': spec.length = Length::T; break;
-        case 'L': spec.length = Length::BigL; break;
+        case 'h': conv.length = p[1] == 'h' ? (++p, Length::HH) : Length::H; break;
+        case 'l': conv.length = p[1] == 'l' ? (++p, Length::LL) : Length::L; break;
+        case 'q': conv.length = Length::LL; break;
+        case 'z': conv.length = Length::Z; break;
+        case 'j': conv.length = Length::J; break;
+        case 't': conv.length = Length::T; break;
+        case 'L': conv.length = Length::BigL; break;
         default: return;
     }
     ++p;
@@ -131,57 +131,57 @@ size_t codePointCount(std::string_view utf8) {
 }
 
 template <class Emit>
-void putPadded(WideOut& out, const Spec& spec, size_t chars, Emit&& emit) {
-    size_t padding = static_cast<size_t>(spec.width) > chars ? static_cast<size_t>(spec.width) - chars : 0;
-    if (!spec.leftAlign()) out.pad(padding);
+void putPadded(WideOut& out, const Conversion& conv, size_t chars, Emit&& emit) {
+    size_t padding = static_cast<size_t>(conv.width) > chars ? static_cast<size_t>(conv.width) - chars : 0;
+    if (!conv.leftAlign()) out.pad(padding);
     emit();
-    if (spec.leftAlign()) out.pad(padding);
+    if (conv.leftAlign()) out.pad(padding);
 }
 
-void putUtf8(WideOut& out, const Spec& spec, const char* s) {
+void putUtf8(WideOut& out, const Conversion& conv, const char* s) {
     if (!s) s = "(null)";
-    size_t bytes = spec.precision < 0 ? std::strlen(s) : strnlen(s, static_cast<size_t>(spec.precision));
+    size_t bytes = conv.precision < 0 ? std::strlen(s) : strnlen(s, static_cast<size_t>(conv.precision));
     std::string_view text(s, bytes);
-    putPadded(out, spec, codePointCount(text), [&] { ox::utf8::forEachCodePoint(text, [&](char32_t c) { out.put(c); }); });
+    putPadded(out, conv, codePointCount(text), [&] { ox::utf8::forEachCodePoint(text, [&](char32_t c) { out.put(c); }); });
 }
 
-void putWide(WideOut& out, const Spec& spec, const OXChar* s) {
+void putWide(WideOut& out, const Conversion& conv, const OXChar* s) {
     static constexpr OXChar kNull[] = {'(', 'n', 'u', 'l', 'l', ')', 0};
     if (!s) s = kNull;
-    size_t chars = wideLength(s, spec.precision);
-    putPadded(out, spec, chars, [&] {
+    size_t chars = wideLength(s, conv.precision);
+    putPadded(out, conv, chars, [&] {
         for (size_t i = 0; i < chars; ++i) out.put(s[i]);
     });
 }
 
-void putString(WideOut& out, const Spec& spec, Args& args) {
-    if (spec.length == Length::H || spec.length == Length::HH)
-        putUtf8(out, spec, va_arg(args.ap, const char*));
+void putString(WideOut& out, const Conversion& conv, Args& args) {
+    if (conv.length == Length::H || conv.length == Length::HH)
+        putUtf8(out, conv, va_arg(args.ap, const char*));
     else
-        putWide(out, spec, va_arg(args.ap, const OXChar*));
+        putWide(out, conv, va_arg(args.ap, const OXChar*));
 }
 
-void putChar(WideOut& out, const Spec& spec, Args& args) {
+void putChar(WideOut& out, const Conversion& conv, Args& args) {
     auto c = static_cast<char32_t>(va_arg(args.ap, unsigned int));
-    putPadded(out, spec, 1, [&] { out.put(c); });
+    putPadded(out, conv, 1, [&] { out.put(c); });
 }
 
 // ---- numbers, through snprintf
 
 // "%<flags><width>.<precision><length><conversion>" for the value type chosen by the caller.
-void narrowFormat(const Spec& spec, const char* length, char conversion, char* fmt, size_t fmtL) {
+void narrowFormat(const Conversion& conv, const char* length, char* fmt, size_t fmtL) {
     char width[16] = "";
-    if (spec.width > 0) std::snprintf(width, sizeof width, "%d", spec.width);
+    if (conv.width > 0) std::snprintf(width, sizeof width, "%d", conv.width);
     char precision[16] = "";
-    if (spec.precision >= 0)
-        std::snprintf(precision, sizeof precision, ".%d", spec.precision < kMaxPrecision ? spec.precision : kMaxPrecision);
-    std::snprintf(fmt, fmtL, "%%%s%s%s%s%c", spec.flags, width, precision, length, conversion);
+    if (conv.precision >= 0)
+        std::snprintf(precision, sizeof precision, ".%d", conv.precision < kMaxPrecision ? conv.precision : kMaxPrecision);
+    std::snprintf(fmt, fmtL, "%%%s%s%s%s%c", conv.flags, width, precision, length, static_cast<char>(conv.letter));
 }
 
 template <class T>
-void putNumber(WideOut& out, const Spec& spec, const char* length, T value) {
+void putNumber(WideOut& out, const Conversion& conv, const char* length, T value) {
     char fmt[48];
-    narrowFormat(spec, length, static_cast<char>(spec.conversion), fmt, sizeof fmt);
+    narrowFormat(conv, length, fmt, sizeof fmt);
     char text[kMaxWidth + kMaxPrecision + 64];
     int n = std::snprintf(text, sizeof text, fmt, value);
     if (n > 0) out.putAscii(std::string_view(text, static_cast<size_t>(n) < sizeof text ? n : sizeof text - 1));
@@ -213,11 +213,11 @@ unsigned long long unsignedArg(Length length, Args& args) {
     }
 }
 
-void putFloating(WideOut& out, const Spec& spec, Args& args) {
-    if (spec.length == Length::BigL)
-        putNumber(out, spec, "L", va_arg(args.ap, long double));
+void putFloating(WideOut& out, const Conversion& conv, Args& args) {
+    if (conv.length == Length::BigL)
+        putNumber(out, conv, "L", va_arg(args.ap, long double));
     else
-        putNumber(out, spec, "", va_arg(args.ap, double));
+        putNumber(out, conv, "", va_arg(args.ap, double));
 }
 
 // ---- one conversion
@@ -225,14 +225,14 @@ void putFloating(WideOut& out, const Spec& spec, Args& args) {
 bool isOneOf(char32_t c, std::string_view set) { return c < 0x80 && set.find(static_cast<char>(c)) != std::string_view::npos; }
 
 // Writes one conversion; false for a conversion this renderer does not know (no argument taken).
-bool putConversion(WideOut& out, const Spec& spec, Args& args) {
-    char32_t c = spec.conversion;
-    if (c == 's') putString(out, spec, args);
-    else if (c == 'c') putChar(out, spec, args);
-    else if (c == 'd' || c == 'i') putNumber(out, spec, "ll", signedArg(spec.length, args));
-    else if (isOneOf(c, "uoxX")) putNumber(out, spec, "ll", unsignedArg(spec.length, args));
-    else if (isOneOf(c, "fFeEgGaA")) putFloating(out, spec, args);
-    else if (c == 'p') putNumber(out, spec, "", va_arg(args.ap, void*));
+bool putConversion(WideOut& out, const Conversion& conv, Args& args) {
+    char32_t c = conv.letter;
+    if (c == 's') putString(out, conv, args);
+    else if (c == 'c') putChar(out, conv, args);
+    else if (c == 'd' || c == 'i') putNumber(out, conv, "ll", signedArg(conv.length, args));
+    else if (isOneOf(c, "uoxX")) putNumber(out, conv, "ll", unsignedArg(conv.length, args));
+    else if (isOneOf(c, "fFeEgGaA")) putFloating(out, conv, args);
+    else if (c == 'p') putNumber(out, conv, "", va_arg(args.ap, void*));
     else if (c == 'n') va_arg(args.ap, void*);  // never written through: a format must not write memory
     else return false;
     return true;
@@ -245,13 +245,13 @@ const OXChar* renderConversion(WideOut& out, const OXChar* start, Args& args) {
         out.put(U'%');
         return p + 1;
     }
-    Spec spec;
-    readFlags(p, spec);
-    readWidth(p, spec, args);
-    readPrecision(p, spec, args);
-    readLength(p, spec);
-    spec.conversion = *p;
-    if (*p && putConversion(out, spec, args)) return p + 1;
+    Conversion conv;
+    readFlags(p, conv);
+    readWidth(p, conv, args);
+    readPrecision(p, conv, args);
+    readLength(p, conv);
+    conv.letter = *p;
+    if (*p && putConversion(out, conv, args)) return p + 1;
     out.put(U'%');  // not a conversion: written as it stands
     return start;
 }

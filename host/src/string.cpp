@@ -13,7 +13,7 @@
 #include "builtin.h"
 #include "instance_internal.h"
 #include "object.h"
-#include "owned.h"
+#include "ox/owned.hpp"
 #include "ox/status.h"
 #include "services.h"
 #include "string_internal.h"

@@ -10,6 +10,9 @@
 #include "ox/status.h"
 #include "ox/string.h"
 #include "ox/types.h"
+#include "oxs3acl.h"
+#include "oxs3conn.h"
+#include "oxs3records.h"
 #include "oxs3status.h"
 
 OX_BEGIN_DECLS

@@ -6,6 +6,7 @@
 
 namespace s3 {
 
+void setConnectionOps(OXS3Extension* ext);  // oxs3conn.cpp
 void setACLFunctions(OXS3Extension* ext);  // oxs3acl.cpp
 void setPathOps(OXS3Extension* ext);       // oxs3path.cpp
 void setFileOps(OXS3Extension* ext);       // oxs3file.cpp

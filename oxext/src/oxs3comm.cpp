@@ -85,7 +85,7 @@ void unloadServices(OXS3Extension* ext) {
 }
 
 void fillSlots(OXS3Extension* ext) {
-    ext->createConnection = nullptr;  // joins with the connection area
+    setConnectionOps(ext);
     setACLFunctions(ext);
     ext->validBucketName = nullptr;   // joins with the bucket area
     setPathOps(ext);

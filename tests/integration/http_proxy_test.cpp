@@ -11,14 +11,13 @@
 
 namespace {
 
-using oxtest::PublicBuckets;
+using namespace oxtest;
 
-class HttpThroughProxy : public oxtest::HttpTest {
+class HttpThroughProxy : public HttpTest {
 protected:
-    const oxtest::S3Env& env = oxtest::requireS3Env();
-    const oxtest::ProxyEnv& proxy = oxtest::requireProxyEnv();
-    const PublicBuckets& buckets = oxtest::publicBuckets();
-    oxtest::TlsOptions opts;
+    const S3Env& env = requireS3Env();
+    const ProxyEnv& proxy = requireProxyEnv();
+    const PublicBuckets& buckets = publicBuckets();
 
     void SetUp() override {
         HttpTest::SetUp();
@@ -26,76 +25,46 @@ protected:
         ASSERT_TRUE(proxy) << proxy.error;
         ASSERT_TRUE(buckets) << buckets.error;
     }
-
-    std::string smallObject() const { return "/" + buckets.open + "/" + PublicBuckets::kSmallKey; }
-
-    oxtest::HttpConnection viaProxy(bool tls, int proxyPort, bool withCredentials) {
-        oxtest::HttpConnection c;
-        if (tls) {
-            opts = tlsOptions({{OX_SSL_CAFILE, env.tlsCaFile}});
-            c = connect("localhost", static_cast<uint16_t>(env.tlsPort), true, opts.get());
-        } else {
-            c = connect(env.host, static_cast<uint16_t>(env.port));
-        }
-        const std::string& user = withCredentials ? proxy.user : std::string();
-        EXPECT_EQ(c->setProxyU8(c.get(), proxy.host.data(), proxy.host.size(), proxyPort,
-                                user.empty() ? nullptr : user.data(), user.size(),
-                                user.empty() ? nullptr : proxy.pass.data(), proxy.pass.size(),
-                                tls ? OX_PROXY_HTTPS : OX_PROXY_HTTP),
-                  OX_OK);
-        return c;
-    }
 };
 
-TEST_F(HttpThroughProxy, ReadsAnObjectThroughAnOpenProxy) {
-    auto c = viaProxy(false, proxy.port, false);
-    for (int i = 0; i < 3; ++i) {
-        auto r = oxtest::exchange(c.get(), httpGet, smallObject());
-        EXPECT_EQ(r.status.message, OX_HTTP_OK);
-        EXPECT_EQ(r.body, PublicBuckets::kSmallText);
+TEST_F(HttpThroughProxy, ReachesTheServerThroughOpenAndAuthenticatingProxies) {
+    const std::string object = "/" + buckets.open + "/" + PublicBuckets::kSmallKey;
+    const struct {
+        bool tls;
+        int port;
+        bool credentials;
+        bool trusted;
+        OXStatus expected;
+    } cases[] = {
+        {false, proxy.port, false, true, OX_HTTP_OK},
+        {false, proxy.authPort, true, true, OX_HTTP_OK},
+        {false, proxy.authPort, false, true, OX_HTTP_PROXY_AUTH_REQUIRED},
+        {true, proxy.port, false, true, OX_HTTP_OK},
+        {true, proxy.authPort, true, true, OX_HTTP_OK},
+        {true, proxy.authPort, false, true, OX_HTTP_PROXY_AUTH_REQUIRED},
+        {true, proxy.port, false, false, OX_TLS_CERT_UNTRUSTED},  // the origin is verified inside the tunnel
+    };
+    for (const auto& k : cases) {
+        const std::string what = std::string(k.tls ? "tls" : "plain") + " via " + std::to_string(k.port) +
+                                 (k.credentials ? " with credentials" : "") + (k.trusted ? "" : " without CA");
+        auto opts = tlsOptions(k.trusted ? Fields{{OX_SSL_CAFILE, env.tlsCaFile}} : Fields{});
+        auto c = k.tls ? connect("localhost", static_cast<uint16_t>(env.tlsPort), true, opts.get())
+                       : connect(env.host, static_cast<uint16_t>(env.port));
+        const std::string& user = k.credentials ? proxy.user : std::string();
+        ASSERT_EQ(c->setProxyU8(c.get(), proxy.host.data(), proxy.host.size(), k.port,
+                                user.empty() ? nullptr : user.data(), user.size(),
+                                user.empty() ? nullptr : proxy.pass.data(), proxy.pass.size(),
+                                k.tls ? OX_PROXY_HTTPS : OX_PROXY_HTTP),
+                  OX_OK);
+        for (int i = 1; i <= (k.expected == OX_HTTP_OK ? 3 : 1); ++i) {
+            auto r = exchange(c.get(), httpGet, object);
+            EXPECT_EQ(r.sendStatus == OX_OK ? r.status.message : r.sendStatus, k.expected) << what;
+            if (k.expected == OX_HTTP_OK) {
+                EXPECT_EQ(r.body, PublicBuckets::kSmallText) << what;
+                EXPECT_TRUE(!k.tls || c->requestCount == i) << what << ": the tunnel is kept like a direct socket";
+            }
+        }
     }
-}
-
-TEST_F(HttpThroughProxy, PresentsCredentialsToAnAuthenticatingProxy) {
-    auto c = viaProxy(false, proxy.authPort, true);
-    auto r = oxtest::exchange(c.get(), httpGet, smallObject());
-    EXPECT_EQ(r.status.message, OX_HTTP_OK);
-    EXPECT_EQ(r.body, PublicBuckets::kSmallText);
-}
-
-TEST_F(HttpThroughProxy, ReportsAProxyThatWantsCredentials) {
-    auto c = viaProxy(false, proxy.authPort, false);
-    auto r = oxtest::exchange(c.get(), httpGet, smallObject());
-    EXPECT_EQ(r.status.message, OX_HTTP_PROXY_AUTH_REQUIRED);
-}
-
-TEST_F(HttpThroughProxy, TunnelsTlsThroughConnect) {
-    auto c = viaProxy(true, proxy.port, false);
-    for (int i = 0; i < 3; ++i) {
-        auto r = oxtest::exchange(c.get(), httpGet, smallObject());
-        ASSERT_EQ(r.sendStatus, OX_OK);
-        EXPECT_EQ(r.status.message, OX_HTTP_OK);
-        EXPECT_EQ(r.body, PublicBuckets::kSmallText);
-    }
-    EXPECT_EQ(c->requestCount, 3) << "the tunnel is kept alive like a direct socket";
-}
-
-TEST_F(HttpThroughProxy, TunnelsTlsThroughAnAuthenticatingProxy) {
-    auto c = viaProxy(true, proxy.authPort, true);
-    EXPECT_EQ(oxtest::exchange(c.get(), httpGet, smallObject()).body, PublicBuckets::kSmallText);
-}
-
-TEST_F(HttpThroughProxy, ReportsATunnelRefusedForLackOfCredentials) {
-    auto c = viaProxy(true, proxy.authPort, false);
-    EXPECT_EQ(c->open(c.get()), OX_HTTP_PROXY_AUTH_REQUIRED);
-}
-
-TEST_F(HttpThroughProxy, VerifiesTheOriginsCertificateInsideTheTunnel) {
-    auto c = connect("localhost", static_cast<uint16_t>(env.tlsPort), true);  // no CA file
-    ASSERT_EQ(c->setProxyU8(c.get(), proxy.host.data(), proxy.host.size(), proxy.port, nullptr, 0, nullptr, 0,
-                            OX_PROXY_HTTPS),
-              OX_OK);
-    EXPECT_EQ(c->open(c.get()), OX_TLS_CERT_UNTRUSTED);
 }
 
 }  // namespace

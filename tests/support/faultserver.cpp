@@ -2,17 +2,16 @@
 
 #include <arpa/inet.h>
 #include <fcntl.h>
-#include <signal.h>
 #include <netinet/in.h>
-#include <openssl/err.h>
 #include <openssl/pem.h>
 #include <openssl/ssl.h>
 #include <poll.h>
+#include <signal.h>
+#include <strings.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <array>
 #include <chrono>
 #include <cstring>
 #include <string_view>
@@ -21,76 +20,56 @@ namespace oxtest {
 
 namespace {
 
-// Every blocking call of the server is bounded, so a client bug cannot hang a test run.
-constexpr int kIoTimeoutSec = 20;
+constexpr int kIoTimeoutSec = 20;  // every blocking call is bounded: a client bug cannot hang a run
 constexpr size_t kMaxRequestHead = 1 << 20;
-constexpr int kSleepSliceMs = 20;
 constexpr uint64_t kPatternPeriod = 65521;
-constexpr size_t kPatternBlock = kPatternPeriod * 16;  // about 1 MiB, a whole number of periods
 
-const std::vector<char>& patternBlock() {
-    static const std::vector<char> block = [] {
-        std::vector<char> b(kPatternBlock);
+// A whole number of pattern periods (about 1 MiB), so generated bodies go out in large writes.
+const std::string& patternBlock() {
+    static const std::string block = [] {
+        std::string b(kPatternPeriod * 16, '\0');
         for (size_t i = 0; i < b.size(); ++i) b[i] = patternByte(i);
         return b;
     }();
     return block;
 }
 
-bool equalsIgnoringCase(std::string_view a, std::string_view b) {
-    return a.size() == b.size() &&
-           std::equal(a.begin(), a.end(), b.begin(), [](char x, char y) { return std::tolower(x) == std::tolower(y); });
-}
-
 // The value of a request header, or "" when absent.
-std::string_view headerValue(std::string_view head, std::string_view name) {
-    for (size_t pos = head.find("\r\n"); pos != std::string_view::npos && pos + 2 < head.size();) {
-        size_t start = pos + 2, end = head.find("\r\n", start);
-        std::string_view line = head.substr(start, end - start);
-        size_t colon = line.find(':');
-        if (colon != std::string_view::npos && equalsIgnoringCase(line.substr(0, colon), name)) {
-            std::string_view v = line.substr(colon + 1);
-            while (!v.empty() && v.front() == ' ') v.remove_prefix(1);
-            return v;
+std::string headerValue(std::string_view head, std::string_view name) {
+    for (size_t at = head.find("\r\n") + 2, end; (end = head.find("\r\n", at)) != std::string_view::npos;
+         at = end + 2) {
+        const std::string_view line = head.substr(at, end - at);
+        if (line.size() > name.size() && line[name.size()] == ':' &&
+            ::strncasecmp(line.data(), name.data(), name.size()) == 0) {
+            const size_t value = line.find_first_not_of(' ', name.size() + 1);
+            return value == std::string_view::npos ? "" : std::string(line.substr(value));
         }
-        pos = end;
     }
     return {};
 }
 
-void setTimeouts(int fd) {
-    timeval tv{kIoTimeoutSec, 0};
-    ::setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &tv, sizeof tv);
-    ::setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &tv, sizeof tv);
-}
-
-SSL_CTX* serverContext(const TestIdentity& id, std::string& error) {
+SSL_CTX* serverContext(const TestIdentity& id) {
     SSL_CTX* ctx = SSL_CTX_new(TLS_server_method());
     BIO* certBio = BIO_new_mem_buf(id.certPem.data(), static_cast<int>(id.certPem.size()));
     BIO* keyBio = BIO_new_mem_buf(id.keyPem.data(), static_cast<int>(id.keyPem.size()));
-    X509* cert = certBio ? PEM_read_bio_X509(certBio, nullptr, nullptr, nullptr) : nullptr;
-    EVP_PKEY* key = keyBio ? PEM_read_bio_PrivateKey(keyBio, nullptr, nullptr, nullptr) : nullptr;
-    bool ok = ctx && cert && key && SSL_CTX_use_certificate(ctx, cert) == 1 && SSL_CTX_use_PrivateKey(ctx, key) == 1;
+    X509* cert = PEM_read_bio_X509(certBio, nullptr, nullptr, nullptr);
+    EVP_PKEY* key = PEM_read_bio_PrivateKey(keyBio, nullptr, nullptr, nullptr);
+    const bool ok =
+        ctx && cert && key && SSL_CTX_use_certificate(ctx, cert) == 1 && SSL_CTX_use_PrivateKey(ctx, key) == 1;
     X509_free(cert);
     EVP_PKEY_free(key);
     BIO_free(certBio);
     BIO_free(keyBio);
-    if (!ok) {
-        SSL_CTX_free(ctx);
-        error = "could not load the server identity";
-        return nullptr;
-    }
-    return ctx;
+    if (ok) return ctx;
+    SSL_CTX_free(ctx);
+    return nullptr;
 }
 
 }  // namespace
 
-char patternByte(uint64_t i) {
-    const uint64_t x = i % kPatternPeriod;
-    return static_cast<char>((x * 2654435761u) >> 13);
-}
+char patternByte(uint64_t i) { return static_cast<char>(((i % kPatternPeriod) * 2654435761u) >> 13); }
 
-// ---- replies ----
+// ---- replies
 
 FaultReply FaultReply::status(int code, const std::string& reason, const std::string& body,
                               const std::string& extraHeaders) {
@@ -124,7 +103,7 @@ FaultReply FaultReply::generated(uint64_t length, const std::string& extraHeader
     return r;
 }
 
-// ---- one accepted connection ----
+// ---- one accepted connection
 
 struct FaultServer::Connection {
     int fd;
@@ -133,23 +112,18 @@ struct FaultServer::Connection {
 
     ~Connection() { SSL_free(ssl); }
 
-    // got 0: the peer closed (or the read failed)
-    size_t readSome(char* buf, size_t len) {
-        if (ssl) {
-            size_t n = 0;
-            return SSL_read_ex(ssl, buf, len, &n) == 1 ? n : 0;
-        }
-        ssize_t n = ::recv(fd, buf, len, 0);
-        return n > 0 ? static_cast<size_t>(n) : 0;
+    size_t readSome(char* buf, size_t len) {  // 0: the peer closed or the read failed
+        size_t n = 0;
+        if (ssl) return SSL_read_ex(ssl, buf, len, &n) == 1 ? n : 0;
+        const ssize_t got = ::recv(fd, buf, len, 0);
+        return got > 0 ? static_cast<size_t>(got) : 0;
     }
-
     bool writeAll(const char* p, size_t len) {
         while (len > 0) {
             size_t n = 0;
-            if (ssl) {
-                if (SSL_write_ex(ssl, p, len, &n) != 1) return false;
-            } else {
-                ssize_t w = ::send(fd, p, len, MSG_NOSIGNAL);
+            if (ssl && SSL_write_ex(ssl, p, len, &n) != 1) return false;
+            if (!ssl) {
+                const ssize_t w = ::send(fd, p, len, MSG_NOSIGNAL);
                 if (w <= 0) return false;
                 n = static_cast<size_t>(w);
             }
@@ -158,49 +132,35 @@ struct FaultServer::Connection {
         }
         return true;
     }
-
-    // Reads until in holds at least want bytes.
-    bool fill(std::string& in, size_t want) {
+    // Reads into in until it holds want bytes, or a whole head.
+    bool fill(std::string& in, size_t want, bool head = false) {
         char buf[16384];
-        while (in.size() < want) {
-            size_t n = readSome(buf, std::min(sizeof buf, want - in.size()));
-            if (n == 0) return false;
+        while (head ? in.find("\r\n\r\n") == std::string::npos : in.size() < want) {
+            const size_t n = readSome(buf, head ? sizeof buf : std::min(sizeof buf, want - in.size()));
+            if (n == 0 || in.size() > kMaxRequestHead) return false;
             in.append(buf, n);
         }
         return true;
     }
-
-    std::optional<std::string> readHead(std::string& in) {
-        char buf[16384];
-        size_t end;
-        while ((end = in.find("\r\n\r\n")) == std::string::npos) {
-            if (in.size() > kMaxRequestHead) return std::nullopt;
-            size_t n = readSome(buf, sizeof buf);
-            if (n == 0) return std::nullopt;
-            in.append(buf, n);
-        }
-        std::string head = in.substr(0, end + 4);
-        in.erase(0, end + 4);
-        return head;
-    }
-
     void reset() {
         wasReset = true;
-        linger l{1, 0};
+        const linger l{1, 0};
         ::setsockopt(fd, SOL_SOCKET, SO_LINGER, &l, sizeof l);
     }
 };
 
-// ---- the server ----
+// ---- the server
 
 FaultServer::FaultServer() { start(nullptr); }
 
 FaultServer::FaultServer(const TestIdentity& identity) { start(&identity); }
 
 void FaultServer::start(const TestIdentity* identity) {
-    // The server's TLS writes go through plain write(): a client that hung up must not kill the test.
-    ::signal(SIGPIPE, SIG_IGN);
-    if (identity && !(tls_ = serverContext(*identity, error_))) return;
+    ::signal(SIGPIPE, SIG_IGN);  // TLS writes to a client that hung up must not kill the test
+    if (identity && !(tls_ = serverContext(*identity))) {
+        error_ = "could not load the server identity";
+        return;
+    }
     listenFd_ = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
     sockaddr_in addr{};
     addr.sin_family = AF_INET;
@@ -234,10 +194,12 @@ void FaultServer::acceptLoop() {
     while (!stopping_) {
         pollfd p[2] = {{listenFd_, POLLIN, 0}, {wakePipe_[0], POLLIN, 0}};
         if (::poll(p, 2, -1) <= 0 || (p[1].revents & POLLIN)) continue;
-        int fd = ::accept4(listenFd_, nullptr, nullptr, SOCK_CLOEXEC);
+        const int fd = ::accept4(listenFd_, nullptr, nullptr, SOCK_CLOEXEC);
         if (fd < 0) continue;
-        setTimeouts(fd);
-        size_t number = ++accepted_;
+        const timeval tv{kIoTimeoutSec, 0};
+        ::setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &tv, sizeof tv);
+        ::setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &tv, sizeof tv);
+        const size_t number = ++accepted_;
         std::lock_guard lock(mutex_);
         if (stopping_) {
             ::close(fd);
@@ -258,19 +220,6 @@ void FaultServer::setFallback(FaultReply reply) {
     fallback_ = std::move(reply);
 }
 
-std::optional<FaultReply> FaultServer::nextReply() {
-    std::lock_guard lock(mutex_);
-    if (replies_.empty()) return fallback_;
-    FaultReply r = std::move(replies_.front());
-    replies_.pop_front();
-    return r;
-}
-
-void FaultServer::record(ReceivedRequest r) {
-    std::lock_guard lock(mutex_);
-    requests_.push_back(std::move(r));
-}
-
 std::vector<ReceivedRequest> FaultServer::requests() const {
     std::lock_guard lock(mutex_);
     return requests_;
@@ -282,88 +231,69 @@ bool FaultServer::waitForClosed(size_t count, int timeoutMs) const {
 }
 
 bool FaultServer::sleepUnlessStopping(int ms) const {
-    for (int slept = 0; slept < ms; slept += kSleepSliceMs) {
-        if (stopping_) return false;
-        std::this_thread::sleep_for(std::chrono::milliseconds(std::min(kSleepSliceMs, ms - slept)));
-    }
+    for (int slept = 0; slept < ms && !stopping_; slept += 20)
+        std::this_thread::sleep_for(std::chrono::milliseconds(std::min(20, ms - slept)));
     return !stopping_;
 }
 
-namespace {
-
-// Sends the reply's bytes and generated body, stopping at the reset point or pausing at the
-// stall point. False when the connection was reset (or a write failed).
-template <class Conn, class Sleep>
-bool sendReply(Conn& c, const FaultReply& r, Sleep sleep) {
-    const uint64_t total = r.bytes.size() + r.patternBody;
-    const auto& block = patternBlock();
-    bool stalled = false;
-    for (uint64_t sent = 0; sent < total;) {
-        uint64_t stop = total;
-        if (r.resetAfter >= 0) stop = std::min<uint64_t>(stop, static_cast<uint64_t>(r.resetAfter));
-        if (r.stallAfter >= 0 && !stalled) stop = std::min<uint64_t>(stop, static_cast<uint64_t>(r.stallAfter));
-        if (sent == stop) {
-            if (r.resetAfter >= 0 && sent == static_cast<uint64_t>(r.resetAfter)) {
-                c.reset();
-                return false;
-            }
-            stalled = true;
-            if (!sleep(r.stallMs)) return false;
-            continue;
-        }
-        const char* p;
-        size_t n;
-        if (sent < r.bytes.size()) {
-            p = r.bytes.data() + sent;
-            n = static_cast<size_t>(std::min<uint64_t>(r.bytes.size() - sent, stop - sent));
-        } else {
-            const uint64_t bodyAt = sent - r.bytes.size();
-            const size_t inBlock = static_cast<size_t>(bodyAt % block.size());
-            p = block.data() + inBlock;
-            n = static_cast<size_t>(std::min<uint64_t>(block.size() - inBlock, stop - sent));
-        }
-        if (!c.writeAll(p, n)) return false;
-        sent += n;
-    }
-    if (r.resetAfter >= 0 && static_cast<uint64_t>(r.resetAfter) >= total) {
-        c.reset();
-        return false;
+// Sends the reply's bytes and generated body from offset from up to offset to.
+bool FaultServer::sendRange(Connection& c, const FaultReply& r, uint64_t from, uint64_t to) {
+    const std::string& block = patternBlock();
+    for (uint64_t at = from; at < to;) {
+        const bool head = at < r.bytes.size();
+        const size_t off = head ? at : (at - r.bytes.size()) % block.size();
+        const size_t n = std::min<uint64_t>((head ? r.bytes.size() : block.size()) - off, to - at);
+        if (!c.writeAll((head ? r.bytes.data() : block.data()) + off, n)) return false;
+        at += n;
     }
     return true;
 }
 
-}  // namespace
-
 void FaultServer::serve(int fd, size_t number) {
     Connection c{fd};
-    bool up = true;
-    if (tls_) {
-        c.ssl = SSL_new(tls_);
-        up = c.ssl && SSL_set_fd(c.ssl, fd) == 1 && SSL_accept(c.ssl) == 1;
-    }
+    bool up = !tls_ || ((c.ssl = SSL_new(tls_)) && SSL_set_fd(c.ssl, fd) == 1 && SSL_accept(c.ssl) == 1);
     std::string in;
-    while (up && !stopping_) {
-        auto head = c.readHead(in);
-        if (!head) break;
-        ReceivedRequest req{*head, {}, number};
-        auto reply = nextReply();
-        if (!reply) {
-            record(std::move(req));
-            break;
+    while (up && !stopping_ && c.fill(in, 0, true)) {
+        const size_t headEnd = in.find("\r\n\r\n") + 4;
+        ReceivedRequest req{in.substr(0, headEnd), {}, number};
+        in.erase(0, headEnd);
+        std::optional<FaultReply> reply;
+        {
+            std::lock_guard lock(mutex_);
+            if (replies_.empty()) {
+                reply = fallback_;
+            } else {
+                reply = std::move(replies_.front());
+                replies_.pop_front();
+            }
         }
-        if (reply->continueFirst && equalsIgnoringCase(headerValue(*head, "Expect"), "100-continue")) {
-            constexpr std::string_view kContinue = "HTTP/1.1 100 Continue\r\n\r\n";
-            if (!c.writeAll(kContinue.data(), kContinue.size())) break;
-        }
-        if (!reply->answerBeforeBody) {
-            const size_t length = std::strtoull(std::string(headerValue(*head, "Content-Length")).c_str(), nullptr, 10);
-            up = c.fill(in, length);
+        if (reply && reply->continueFirst && ::strcasecmp(headerValue(req.head, "Expect").c_str(), "100-continue") == 0)
+            up = c.writeAll("HTTP/1.1 100 Continue\r\n\r\n", 25);
+        if (reply && !reply->answerBeforeBody) {
+            const size_t length = std::strtoull(headerValue(req.head, "Content-Length").c_str(), nullptr, 10);
+            up = up && c.fill(in, length);
             req.body = in.substr(0, std::min(length, in.size()));
             in.erase(0, req.body.size());
         }
-        record(std::move(req));
-        if (!up || reply->hangUp || !sleepUnlessStopping(reply->delayMs)) break;
-        if (!sendReply(c, *reply, [this](int ms) { return sleepUnlessStopping(ms); }) || reply->closeAfter) break;
+        {
+            std::lock_guard lock(mutex_);
+            requests_.push_back(req);
+        }
+        if (!reply || !up || reply->hangUp || !sleepUnlessStopping(reply->delayMs)) break;
+        // Send, pausing once at the stall point and stopping at the reset point.
+        const FaultReply& r = *reply;
+        const uint64_t total = r.bytes.size() + r.patternBody;
+        const uint64_t end = r.resetAfter >= 0 ? std::min<uint64_t>(total, r.resetAfter) : total;
+        uint64_t sent = 0;
+        if (r.stallAfter >= 0 && static_cast<uint64_t>(r.stallAfter) < end) {
+            if (!sendRange(c, r, 0, sent = r.stallAfter) || !sleepUnlessStopping(r.stallMs)) break;
+        }
+        if (!sendRange(c, r, sent, end)) break;
+        if (r.resetAfter >= 0) {
+            c.reset();
+            break;
+        }
+        if (r.closeAfter) break;
     }
     if (c.ssl && up && !c.wasReset) SSL_shutdown(c.ssl);
     {

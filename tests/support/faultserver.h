@@ -1,14 +1,6 @@
 // A scriptable HTTP/1.1 server on loopback for what real servers will not do on demand: resets
 // in the middle of a body, stalls past a client's time-out, refused 100-continue, chunked
 // answers with extensions and trailers, closes after N requests, garbage and oversize heads.
-//
-//   oxtest::FaultServer server;
-//   server.push(oxtest::FaultReply::status(503, "Slow Down", ""));   // first request
-//   server.push(oxtest::FaultReply::status(503, "Slow Down", ""));   // second
-//   server.push(oxtest::FaultReply::ok("done"));                      // third
-//   ... connect to 127.0.0.1:server.port() ...
-//   EXPECT_EQ(server.requests().size(), 3u);
-//
 // Replies are taken in order, one per request, whatever connection the request came on. With
 // the queue empty the fallback reply is used, or the connection is closed when there is none.
 #pragma once
@@ -88,8 +80,7 @@ private:
     void start(const TestIdentity* identity);
     void acceptLoop();
     void serve(int fd, size_t number);
-    std::optional<FaultReply> nextReply();
-    void record(ReceivedRequest r);
+    static bool sendRange(Connection& c, const FaultReply& r, uint64_t from, uint64_t to);
     bool sleepUnlessStopping(int ms) const;
 
     std::string error_;

@@ -17,9 +17,10 @@ namespace oxtest {
 
 namespace {
 
+using Fields = std::vector<std::pair<std::string, std::string>>;
+
 RawHttpResponse signedExchange(const S3Env& env, const std::string& method, const std::string& path,
-                               const std::string& body = "",
-                               std::vector<std::pair<std::string, std::string>> extra = {}) {
+                               const std::string& body = "", Fields extra = {}) {
     SigV4Request req{method, env.host + ":" + std::to_string(env.port), path, "", std::move(extra)};
     std::string text = method + " " + path + " HTTP/1.1\r\n";
     for (const auto& [name, value] : sigV4Headers(req, env.accessKey, env.secretKey, env.region))
@@ -33,17 +34,11 @@ std::string uniqueName(const char* prefix) {
     return std::string(prefix) + "-" + std::to_string(::getpid()) + "-" + std::to_string(ticks % 1000000007);
 }
 
-std::string failure(const char* what, const RawHttpResponse& r) {
-    return std::string(what) + ": HTTP " + std::to_string(r.status) + " " + r.error + " " + r.body;
-}
-
 std::string patternBody(uint64_t size) {
     std::string b(size, '\0');
     for (size_t i = 0; i < b.size(); ++i) b[i] = patternByte(i);
     return b;
 }
-
-const std::vector<std::pair<std::string, std::string>> kPublicRead = {{"x-amz-acl", "public-read"}};
 
 void removeAll(const PublicBuckets& b) {
     const S3Env& env = requireS3Env();
@@ -64,22 +59,28 @@ PublicBuckets makeBuckets() {
     }
     b.open = uniqueName("oxhttp-open");
     b.closed = uniqueName("oxhttp-closed");
-    if (auto r = signedExchange(env, "PUT", "/" + b.open, "", {{"x-amz-acl", "public-read-write"}}); r.status != 200)
-        b.error = failure("creating the open bucket", r);
-    else if (r = signedExchange(env, "PUT", "/" + b.closed); r.status != 200)
-        b.error = failure("creating the private bucket", r);
-    else if (r = signedExchange(env, "PUT", "/" + b.open + "/" + PublicBuckets::kSmallKey, PublicBuckets::kSmallText,
-                                kPublicRead);
-             r.status != 200)
-        b.error = failure("storing the small object", r);
-    else if (r = signedExchange(env, "PUT", "/" + b.open + "/" + PublicBuckets::kPageKey,
-                                patternBody(PublicBuckets::kPageSize), kPublicRead);
-             r.status != 200)
-        b.error = failure("storing the page object", r);
-    else if (r = signedExchange(env, "PUT", "/" + b.open + "/" + PublicBuckets::kBigKey,
-                                patternBody(PublicBuckets::kBigSize), kPublicRead);
-             r.status != 200)
-        b.error = failure("storing the large object", r);
+    const Fields publicRead = {{"x-amz-acl", "public-read"}};
+    const struct {
+        const char* what;
+        std::string path, body;
+        Fields extra;
+    } steps[] = {
+        {"creating the open bucket", "/" + b.open, "", {{"x-amz-acl", "public-read-write"}}},
+        {"creating the private bucket", "/" + b.closed, "", {}},
+        {"storing the small object", "/" + b.open + "/" + PublicBuckets::kSmallKey, PublicBuckets::kSmallText,
+         publicRead},
+        {"storing the page object", "/" + b.open + "/" + PublicBuckets::kPageKey, patternBody(PublicBuckets::kPageSize),
+         publicRead},
+        {"storing the large object", "/" + b.open + "/" + PublicBuckets::kBigKey, patternBody(PublicBuckets::kBigSize),
+         publicRead},
+    };
+    for (const auto& s : steps) {
+        const auto r = signedExchange(env, "PUT", s.path, s.body, s.extra);
+        if (r.status != 200) {
+            b.error = std::string(s.what) + ": HTTP " + std::to_string(r.status) + " " + r.error + " " + r.body;
+            break;
+        }
+    }
     return b;
 }
 

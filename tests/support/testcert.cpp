@@ -6,7 +6,6 @@
 #include <openssl/x509v3.h>
 #include <unistd.h>
 
-#include <cstdio>
 #include <cstdlib>
 #include <memory>
 #include <mutex>
@@ -18,17 +17,13 @@ namespace {
 template <class T, void (*F)(T*)>
 using Holder = std::unique_ptr<T, decltype([](T* p) { F(p); })>;
 
-std::string pemOf(int (*write)(BIO*, void*), void* object) {
+template <class Write>
+std::string pemOf(Write write) {
     Holder<BIO, BIO_free_all> bio(BIO_new(BIO_s_mem()));
-    if (!bio || write(bio.get(), object) != 1) return {};
+    if (!bio || write(bio.get()) != 1) return {};
     char* data = nullptr;
-    long len = BIO_get_mem_data(bio.get(), &data);
+    const long len = BIO_get_mem_data(bio.get(), &data);
     return std::string(data, static_cast<size_t>(len));
-}
-
-int writeCert(BIO* b, void* x) { return PEM_write_bio_X509(b, static_cast<X509*>(x)); }
-int writeKey(BIO* b, void* k) {
-    return PEM_write_bio_PrivateKey(b, static_cast<EVP_PKEY*>(k), nullptr, nullptr, 0, nullptr, nullptr);
 }
 
 bool addExtension(X509* cert, int nid, const std::string& value) {
@@ -39,35 +34,21 @@ bool addExtension(X509* cert, int nid, const std::string& value) {
     return ext && X509_add_ext(cert, ext.get(), -1) == 1;
 }
 
-std::string altNames(const std::vector<std::string>& dns, const std::vector<std::string>& ips) {
-    std::string names;
-    for (const auto& n : dns) names += (names.empty() ? "DNS:" : ",DNS:") + n;
-    for (const auto& a : ips) names += (names.empty() ? "IP:" : ",IP:") + a;
-    return names;
-}
-
-std::vector<std::string>& filesToRemove() {
-    static std::vector<std::string>* files = [] {
-        auto* v = new std::vector<std::string>;
-        std::atexit([] {
-            for (const auto& f : filesToRemove()) ::unlink(f.c_str());
-        });
-        return v;
-    }();
-    return *files;
-}
-
+// Written to a temporary file that is removed when the process exits.
 std::string writeTempPem(const std::string& pem) {
-    char path[] = "/tmp/oxtest-ca-XXXXXX";
-    int fd = ::mkstemp(path);
-    if (fd < 0) return {};
-    bool ok = ::write(fd, pem.data(), pem.size()) == static_cast<ssize_t>(pem.size());
-    ::close(fd);
-    if (!ok) return {};
     static std::mutex m;
+    static auto* files = new std::vector<std::string>;  // still read by the exit handler
+    char path[] = "/tmp/oxtest-ca-XXXXXX";
+    const int fd = ::mkstemp(path);
+    if (fd < 0) return {};
+    const bool ok = ::write(fd, pem.data(), pem.size()) == static_cast<ssize_t>(pem.size());
+    ::close(fd);
     std::lock_guard lock(m);
-    filesToRemove().push_back(path);
-    return path;
+    if (files->empty()) std::atexit([] {
+            for (const auto& f : *files) ::unlink(f.c_str());
+        });
+    files->push_back(path);
+    return ok ? path : std::string();
 }
 
 }  // namespace
@@ -89,14 +70,19 @@ TestIdentity makeTestIdentity(const std::vector<std::string>& dnsNames, const st
     const std::string cn = dnsNames.empty() ? "oxtest" : dnsNames.front();
     X509_NAME_add_entry_by_txt(name, "CN", MBSTRING_ASC, reinterpret_cast<const unsigned char*>(cn.c_str()), -1, -1, 0);
     X509_set_issuer_name(cert.get(), name);
-    const bool extended = addExtension(cert.get(), NID_basic_constraints, "critical,CA:TRUE") &&
-                          addExtension(cert.get(), NID_subject_alt_name, altNames(dnsNames, ipAddresses));
-    if (!extended || X509_sign(cert.get(), key.get(), EVP_sha256()) == 0) {
+    std::string altNames;
+    for (const auto& n : dnsNames) altNames += ",DNS:" + n;
+    for (const auto& a : ipAddresses) altNames += ",IP:" + a;
+    if (!addExtension(cert.get(), NID_basic_constraints, "critical,CA:TRUE") ||
+        !addExtension(cert.get(), NID_subject_alt_name, altNames.erase(0, 1)) ||
+        X509_sign(cert.get(), key.get(), EVP_sha256()) == 0) {
         id.error = "could not sign the certificate";
         return id;
     }
-    id.certPem = pemOf(writeCert, cert.get());
-    id.keyPem = pemOf(writeKey, key.get());
+    id.certPem = pemOf([&](BIO* b) { return PEM_write_bio_X509(b, cert.get()); });
+    id.keyPem = pemOf([&](BIO* b) {
+        return PEM_write_bio_PrivateKey(b, key.get(), nullptr, nullptr, 0, nullptr, nullptr);
+    });
     id.caFile = writeTempPem(id.certPem);
     if (id.certPem.empty() || id.keyPem.empty() || id.caFile.empty()) id.error = "could not write the identity";
     return id;

@@ -3,29 +3,16 @@
 #include <gtest/gtest.h>
 
 #include <string>
-#include <vector>
 
 #include "conffixture.h"
 #include "oxs3custom.h"
 #include "oxs3regions.h"
-#include "regionhost.h"
-
-namespace s3 {
-
-std::ostream& operator<<(std::ostream& os, const CustomRegionDefinition& d) {
-    return os << "{" << d.name << "|" << d.host << "|" << d.port << "|" << d.sslPort << "|" << d.sslRequired << "|"
-              << d.sslAllowed << "|" << d.pathPrefix << "}";
-}
-
-}  // namespace s3
 
 namespace {
 
-using oxtest::textOf;
+const std::u32string kSavedOption = U"oxs3regions";
 
-constexpr const char* kSavedOption = "oxs3regions";
-
-class CustomRegionTest : public oxtest::RegionFixture {
+class CustomRegionTest : public oxtest::ExtensionFixture {
 protected:
     OXStatus add(const char* name, const char* host = "store.example.test", uint16_t port = 0, uint16_t sslPort = 0,
                  const char* prefix = nullptr, bool allowed = false, bool required = false, bool noSSL = false,
@@ -33,327 +20,201 @@ protected:
         return ext->addCustomRegion(ext, name, host, port, sslPort, prefix, allowed, required, noSSL, replace);
     }
     AWSRegion regionOf(const char* name) { return ext->regionForNameU8(ext, name); }
-    const AWSEndpoint& endpointOf(const char* name) {
+    // host|port|TLS port|TLS rule|path prefix of a region's endpoint.
+    std::string endpointOf(const char* name) {
         const AWSEndpoint* e = nullptr;
-        EXPECT_EQ(s3::endpointForRegion(ext, regionOf(name), &e), OX_OK) << name;
-        static const AWSEndpoint none{};
-        return e ? *e : none;
+        if (s3::endpointForRegion(ext, regionOf(name), &e) != OX_OK) return "no endpoint";
+        const char* tls = e->htEndpoint.sslRequired ? (e->htEndpoint.sslAllowed ? "tls" : "tls?!")
+                                                    : (e->htEndpoint.sslAllowed ? "tls optional" : "no tls");
+        return std::string(e->htEndpoint.host) + "|" + std::to_string(e->htEndpoint.port) + "|" +
+               std::to_string(e->sslPort) + "|" + tls + "|" + (e->pathPrefix ? e->pathPrefix : "-");
     }
-    std::string text() {
-        OXU8String* t = nullptr;
-        EXPECT_EQ(s3::customRegionsText(ext, pool, &t), OX_OK);
-        std::string out = textOf(t).value_or("<none>");
-        oxtest::release(t);
-        return out;
+    std::string saved() {
+        auto it = privateHost.names.find(kSavedOption);
+        return it == privateHost.names.end() ? "<none>" : std::string(it->second.begin(), it->second.end());
     }
-    // The load of a new process: what the unload saved is forgotten, or replaced by saved.
-    OXS3Extension* freshLoad(const char* environment, std::optional<std::string_view> saved = std::nullopt) {
+    // The load of a new process: the saved text is the given one or none.
+    OXS3Extension* freshLoad(const char* environment, const char* savedText = nullptr) {
         unload();
-        regionHost.forgetOption(kSavedOption);
-        if (saved) regionHost.setOption(kSavedOption, *saved);
-        customRegionVariable.set(environment);
-        ext = load();
-        return ext;
+        privateHost.names.erase(kSavedOption);
+        if (savedText) privateHost.names[kSavedOption] = oxtest::wide(savedText);
+        env.set("OXS3_CUSTOM_REGION", environment);
+        return ext = load();
     }
 };
 
-// ---- adding
-
-TEST_F(CustomRegionTest, NewRegionTakesTheNextNumberAndCarriesItsEndpoint) {
+TEST_F(CustomRegionTest, NewRegionTakesTheNextNumberAndCarriesItsEndpointAndTLSRule) {
     ASSERT_EQ(add("store", "s3.store.test", 8080, 8443, "/prefix"), OX_OK);
     ASSERT_EQ(add("other"), OX_OK);
     EXPECT_EQ(regionOf("store"), First_Custom_Region);
     EXPECT_EQ(regionOf("other"), First_Custom_Region + 1);
-    const AWSEndpoint& e = endpointOf("store");
-    EXPECT_STREQ(e.htEndpoint.host, "s3.store.test");
-    EXPECT_EQ(e.htEndpoint.port, 8080);
-    EXPECT_EQ(e.sslPort, 8443);
-    EXPECT_STREQ(e.pathPrefix, "/prefix");
-    EXPECT_STREQ(e.name, "store");
-    EXPECT_STREQ(e.locationConstraint, "");
-    EXPECT_EQ(e.region, First_Custom_Region);
-    EXPECT_EQ(ext->customRegions->count, 2);
-    EXPECT_EQ(ext->customRegionsById->count, 2);
+    EXPECT_EQ(endpointOf("store"), "s3.store.test|8080|8443|tls|/prefix");
+    EXPECT_EQ(endpointOf("other"), "store.example.test|65535|65535|tls|-");  // ports of 0 are the default port
+    const AWSEndpoint* e = nullptr;
+    ASSERT_EQ(s3::endpointForRegion(ext, First_Custom_Region, &e), OX_OK);
+    EXPECT_STREQ(e->name, "store");
+    EXPECT_STREQ(e->locationConstraint, "");
+    EXPECT_EQ(e->region, First_Custom_Region);
+    const std::tuple<bool, bool, bool, const char*> flags[] = {  // TLS allowed, required, none: the rule
+        {false, false, false, "tls"}, {false, true, false, "tls"}, {true, false, false, "tls optional"},
+        {true, true, true, "no tls"}};
+    for (const auto& [allowed, required, noSSL, tls] : flags) {
+        ASSERT_EQ(add("t", "h", 0, 0, nullptr, allowed, required, noSSL, true), OX_OK);
+        EXPECT_EQ(endpointOf("t"), std::string("h|65535|65535|") + tls + "|-");
+    }
 }
 
-TEST_F(CustomRegionTest, PortsOfZeroAreTheDefaultPort) {
-    ASSERT_EQ(add("store"), OX_OK);
-    EXPECT_EQ(endpointOf("store").htEndpoint.port, 65535);
-    EXPECT_EQ(endpointOf("store").sslPort, 65535);
-    EXPECT_EQ(endpointOf("store").pathPrefix, nullptr);
-}
-
-struct TLSCase {
-    const char* name;
-    bool allowed, required, noSSL;
-    bool expectRequired, expectAllowed;
-};
-
-class TLSRule : public CustomRegionTest, public ::testing::WithParamInterface<TLSCase> {};
-
-TEST_P(TLSRule, DecidesRequiredAndAllowed) {
-    const TLSCase& c = GetParam();
-    ASSERT_EQ(add("store", "h", 0, 0, nullptr, c.allowed, c.required, c.noSSL), OX_OK);
-    EXPECT_EQ(endpointOf("store").htEndpoint.sslRequired, c.expectRequired);
-    EXPECT_EQ(endpointOf("store").htEndpoint.sslAllowed, c.expectAllowed);
-}
-
-INSTANTIATE_TEST_SUITE_P(Flags, TLSRule,
-                         ::testing::Values(TLSCase{"NoFlagRequiresTLS", false, false, false, true, true},
-                                           TLSCase{"RequiredImpliesAllowed", false, true, false, true, true},
-                                           TLSCase{"AllowedAloneIsOptional", true, false, false, false, true},
-                                           TLSCase{"NoSSLTurnsItOff", true, true, true, false, false}),
-                         [](const auto& info) { return std::string(info.param.name); });
-
-TEST_F(CustomRegionTest, ATakenNameIsRefusedWithoutReplace) {
+// A taken name without replace, any AWS region name ignoring case, and what the saved form
+// could not hold: nothing changes.
+TEST_F(CustomRegionTest, RefusedDefinitionsChangeNothing) {
     ASSERT_EQ(add("store"), OX_OK);
     const OXMemSize blocks = extensionBlocks();
-    oxtest::LogCapture log(ext->logger);
-    EXPECT_EQ(add("store", "elsewhere"), OXS3_REGION_NAME_IN_USE);
-    EXPECT_TRUE(log.contains("Custom region \"store\" is already defined."));
-    EXPECT_STREQ(endpointOf("store").htEndpoint.host, "store.example.test");
+    const std::tuple<const char*, const char*, const char*, OXStatus> cases[] = {  // name, host, prefix
+        {"store", "elsewhere", nullptr, OXS3_REGION_NAME_IN_USE}, {"EU-West-1", "h", nullptr, OXS3_REGION_NAME_IN_USE},
+        {"", "h", nullptr, OX_INVALID_ARGUMENT},      {"a", "", nullptr, OX_INVALID_ARGUMENT},
+        {"a:b", "h", nullptr, OX_INVALID_ARGUMENT},   {"a,b", "h", nullptr, OX_INVALID_ARGUMENT},
+        {"a", "h:9000", nullptr, OX_INVALID_ARGUMENT}, {"a", "h,i", nullptr, OX_INVALID_ARGUMENT},
+        {"a", "h", "/p:q", OX_INVALID_ARGUMENT},      {nullptr, "h", nullptr, OX_INVALID_ARGUMENT},
+        {"a", nullptr, nullptr, OX_INVALID_ARGUMENT},
+    };
+    for (const auto& [name, host, prefix, status] : cases)
+        EXPECT_EQ(add(name, host, 0, 0, prefix), status) << (name ? name : "null") << " " << (host ? host : "null");
+    EXPECT_EQ(add("us-east-1", "h", 0, 0, nullptr, false, false, false, true), OXS3_REGION_NAME_IN_USE) << "replacing";
+    EXPECT_EQ(endpointOf("store"), "store.example.test|65535|65535|tls|-");
     EXPECT_EQ(ext->customRegionsById->count, 1);
     EXPECT_EQ(extensionBlocks(), blocks);
 }
 
-TEST_F(CustomRegionTest, AWSRegionNamesAreRefusedIgnoringCaseEvenWithReplace) {
-    oxtest::LogCapture log(ext->logger);
-    EXPECT_EQ(add("EU-West-1"), OXS3_REGION_NAME_IN_USE);
-    EXPECT_EQ(add("us-east-1", "h", 0, 0, nullptr, false, false, false, true), OXS3_REGION_NAME_IN_USE);
-    EXPECT_TRUE(log.contains("Custom region \"EU-West-1\" has the name of an AWS region."));
-    EXPECT_EQ(ext->customRegionsById->count, 0);
-}
-
-TEST_F(CustomRegionTest, NamesAndHostsThatCouldNotBeSavedAreRefused) {
-    for (auto [name, host] : std::initializer_list<std::pair<const char*, const char*>>{
-             {"", "h"}, {"a", ""}, {"a:b", "h"}, {"a,b", "h"}, {"a", "h:9000"}, {"a", "h,i"}})
-        EXPECT_EQ(add(name, host), OX_INVALID_ARGUMENT) << name << " " << host;
-    EXPECT_EQ(add("a", "h", 0, 0, "/p:q"), OX_INVALID_ARGUMENT);
-    EXPECT_EQ(ext->customRegionsById->count, 0);
-}
-
-TEST_F(CustomRegionTest, RefusesMissingArguments) {
-    EXPECT_EQ(ext->addCustomRegion(ext, nullptr, "h", 0, 0, nullptr, 0, 0, 0, 0), OX_INVALID_ARGUMENT);
-    EXPECT_EQ(ext->addCustomRegion(ext, "a", nullptr, 0, 0, nullptr, 0, 0, 0, 0), OX_INVALID_ARGUMENT);
-    EXPECT_EQ(ext->removeCustomRegion(ext, nullptr), OX_INVALID_ARGUMENT);
-}
-
+// Adding a new name and replacing one, each allocation failing in turn.
 TEST_F(CustomRegionTest, RunningOutOfMemoryAtAnyStepChangesNothing) {
     ASSERT_EQ(add("first"), OX_OK);
-    for (int64_t countdown = 0;; ++countdown) {
-        const OXMemSize blocks = extensionBlocks();
-        oxPoolFailAfter(ext->pool, countdown);
-        const OXStatus st = add("first", "h2", 0, 0, "/p", false, false, false, true);
-        oxPoolFailAfter(ext->pool, -1);
-        if (st == OX_OK) break;
-        EXPECT_EQ(st, OX_NO_MEMORY);
-        EXPECT_EQ(extensionBlocks(), blocks) << "after failing at allocation " << countdown;
-        EXPECT_EQ(regionOf("first"), First_Custom_Region);
-        EXPECT_EQ(ext->customRegionsById->count, 1);
+    for (const char* name : {"second", "first"}) {
+        for (int64_t countdown = 0;; ++countdown) {
+            const OXMemSize blocks = extensionBlocks();
+            oxPoolFailAfter(ext->pool, countdown);
+            const OXStatus st = add(name, "h2", 0, 0, "/p", false, false, false, true);
+            oxPoolFailAfter(ext->pool, -1);
+            if (st == OX_OK) break;
+            ASSERT_EQ(st, OX_NO_MEMORY);
+            ASSERT_EQ(extensionBlocks(), blocks) << name << " after failing at allocation " << countdown;
+            EXPECT_EQ(regionOf("first"), First_Custom_Region);
+            EXPECT_EQ(ext->customRegionsById->count, name[0] == 's' ? 1 : 2);
+        }
+        EXPECT_EQ(endpointOf(name), "h2|65535|65535|tls|/p");
     }
-    EXPECT_STREQ(endpointOf("first").htEndpoint.host, "h2");
 }
 
-// ---- replacing and removing
-
-TEST_F(CustomRegionTest, ReplacingGivesANewNumberAndEmptiesTheOldOne) {
-    ASSERT_EQ(add("store"), OX_OK);
-    ASSERT_EQ(add("other"), OX_OK);
+// Replacing or removing a region empties its slot and keeps the other numbers; removing needs the
+// exact name of a defined region.
+TEST_F(CustomRegionTest, ReplacingAndRemovingEmptyTheSlotAndKeepOtherNumbers) {
+    for (const char* name : {"store", "other", "third"}) ASSERT_EQ(add(name), OX_OK);
     ASSERT_EQ(add("store", "new.example.test", 9000, 0, nullptr, false, false, true, true), OX_OK);
-    EXPECT_EQ(regionOf("store"), First_Custom_Region + 2);
-    EXPECT_STREQ(endpointOf("store").htEndpoint.host, "new.example.test");
-    EXPECT_EQ(ext->nameForRegion(ext, First_Custom_Region, nullptr), nullptr);
-    EXPECT_STREQ(ext->nameForRegion(ext, First_Custom_Region + 1, nullptr), "other");
+    EXPECT_EQ(regionOf("store"), First_Custom_Region + 3);
+    EXPECT_EQ(endpointOf("store"), "new.example.test|9000|65535|no tls|-");
+    EXPECT_EQ(ext->removeCustomRegion(ext, "OTHER"), OXS3_REGION_NOT_FOUND);
+    ASSERT_EQ(ext->removeCustomRegion(ext, "other"), OX_OK);
+    EXPECT_EQ(regionOf("other"), Unknown_Region);
+    for (AWSRegion emptied : {First_Custom_Region + 0, First_Custom_Region + 1})
+        EXPECT_EQ(ext->nameForRegion(ext, emptied, nullptr), nullptr);
+    EXPECT_STREQ(ext->nameForRegion(ext, First_Custom_Region + 2, nullptr), "third");
     EXPECT_EQ(ext->customRegions->count, 2);
-    EXPECT_EQ(ext->customRegionsById->count, 3);
-}
-
-TEST_F(CustomRegionTest, RemovingEmptiesTheSlotAndKeepsOtherNumbers) {
-    ASSERT_EQ(add("store"), OX_OK);
-    ASSERT_EQ(add("other"), OX_OK);
-    ASSERT_EQ(ext->removeCustomRegion(ext, "store"), OX_OK);
-    EXPECT_EQ(regionOf("store"), Unknown_Region);
-    EXPECT_EQ(regionOf("other"), First_Custom_Region + 1);
-    EXPECT_EQ(ext->nameForRegion(ext, First_Custom_Region, nullptr), nullptr);
-    ASSERT_EQ(add("store"), OX_OK);
-    EXPECT_EQ(regionOf("store"), First_Custom_Region + 2);
-}
-
-TEST_F(CustomRegionTest, RemovingAnUndefinedNameIsRefusedWithASentence) {
+    EXPECT_EQ(ext->customRegionsById->count, 4);
     oxtest::LogCapture log(ext->logger);
-    EXPECT_EQ(ext->removeCustomRegion(ext, "nothere"), OXS3_REGION_NOT_FOUND);
-    EXPECT_TRUE(log.contains("Custom region \"nothere\" is not defined."));
-    ASSERT_EQ(add("store"), OX_OK);
-    ASSERT_EQ(ext->removeCustomRegion(ext, "store"), OX_OK);
-    EXPECT_EQ(ext->removeCustomRegion(ext, "store"), OXS3_REGION_NOT_FOUND);
-    EXPECT_EQ(ext->removeCustomRegion(ext, "STORE"), OXS3_REGION_NOT_FOUND);
+    EXPECT_EQ(ext->removeCustomRegion(ext, "other"), OXS3_REGION_NOT_FOUND);
+    EXPECT_TRUE(log.contains("Custom region \"other\" is not defined."));
+    EXPECT_EQ(ext->removeCustomRegion(ext, nullptr), OX_INVALID_ARGUMENT);
+    ASSERT_EQ(add("other"), OX_OK);
+    EXPECT_EQ(regionOf("other"), First_Custom_Region + 4);
 }
 
-// ---- the text form
-
-struct DefinitionCase {
-    const char* name;
-    const char* text;
-    s3::CustomRegionDefinition expected;
-};
-
-class DefinitionText : public ::testing::TestWithParam<DefinitionCase> {};
-
-TEST_P(DefinitionText, ParsesIntoItsFields) {
-    s3::CustomRegionDefinition d;
-    ASSERT_EQ(s3::parseCustomRegionDefinition(GetParam().text, &d), OX_OK);
-    EXPECT_EQ(d, GetParam().expected);
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    Texts, DefinitionText,
-    ::testing::Values(
-        DefinitionCase{
-            "QuotedFieldsAndDefaultPorts", "'x','h',0,0,TRUE,FALSE", {"x", "h", 65535, 65535, true, true, ""}},
-        DefinitionCase{
-            "PortsAndPrefix", "a,h.test,8080,8443,FALSE,TRUE,/base", {"a", "h.test", 8080, 8443, false, true, "/base"}},
-        DefinitionCase{"OneQuoteFromEachEndOnly", "\"\"a\"\",'h\",1,2,TRUE,TRUE", {"\"a\"", "h", 1, 2, true, true, ""}},
-        DefinitionCase{"QuotesEachEndIndependently", "\"a,h',1,2,TRUE,TRUE", {"a", "h", 1, 2, true, true, ""}},
-        DefinitionCase{"BlanksAroundFields", " a , h , 1 , 2 , TRUE , FALSE ", {"a", "h", 1, 2, true, true, ""}},
-        DefinitionCase{"OnlyUpperCaseTRUEIsTrue", "a,h,1,2,true,True", {"a", "h", 1, 2, false, false, ""}},
-        DefinitionCase{"EmptyPortsAreDefault", "a,h,,,FALSE,TRUE", {"a", "h", 65535, 65535, false, true, ""}},
-        DefinitionCase{
-            "FieldsAfterThePrefixAreIgnored", "a,h,1,2,TRUE,TRUE,/p,extra", {"a", "h", 1, 2, true, true, "/p"}}),
-    [](const auto& info) { return std::string(info.param.name); });
-
-TEST(DefinitionTextFaults, FewerThanSixFieldsIsInvalid) {
+// Name|host|port|TLS port|TLS required|TLS allowed|prefix, or "invalid" with the reason.
+std::string parsed(const char* text) {
     s3::CustomRegionDefinition d;
     d.name = "untouched";
     const char32_t* problem = nullptr;
-    for (const char* text : {"", "a", "a,h,0,0,TRUE", ",,,,"}) {
-        EXPECT_EQ(s3::parseCustomRegionDefinition(text, &d, &problem), OX_INVALID_ARGUMENT) << text;
-        EXPECT_EQ(d.name, "untouched");
-    }
-    ASSERT_NE(problem, nullptr);
-    EXPECT_TRUE(std::u32string_view(problem).find(U"fewer than six fields") != std::u32string_view::npos);
+    if (s3::parseCustomRegionDefinition(text, &d, &problem) != OX_OK)
+        return std::string("invalid") + (problem ? "" : ", no reason") + (d.name == "untouched" ? "" : ", written");
+    return std::string(d.name) + "|" + std::string(d.host) + "|" + std::to_string(d.port) + "|" +
+           std::to_string(d.sslPort) + "|" + (d.sslRequired ? "1" : "0") + "|" + (d.sslAllowed ? "1" : "0") + "|" +
+           std::string(d.pathPrefix);
 }
 
-TEST(DefinitionTextFaults, PortsMustBeNumbersUpTo65535) {
-    s3::CustomRegionDefinition d;
-    for (const char* text : {"a,h,80a,0,TRUE,TRUE", "a,h,0,65536,TRUE,TRUE", "a,h,-1,0,TRUE,TRUE",
-                             "a,h,0x50,0,TRUE,TRUE", "a,h,8 0,0,TRUE,TRUE"})
-        EXPECT_EQ(s3::parseCustomRegionDefinition(text, &d), OX_INVALID_ARGUMENT) << text;
-    EXPECT_EQ(s3::parseCustomRegionDefinition("a,h,65535,1,TRUE,TRUE", &d), OX_OK);
+// Each field loses surrounding blanks and one quote at each end; only TRUE is true; TLS allowed
+// follows TLS required; a port of 0 or none is the default; six fields at least, ports up to 65535.
+TEST(CustomRegionText, DefinitionsParseIntoTheirFields) {
+    const std::pair<const char*, const char*> cases[] = {
+        {"'x','h',0,0,TRUE,FALSE", "x|h|65535|65535|1|1|"},
+        {"a,h.test,8080,8443,FALSE,TRUE,/base", "a|h.test|8080|8443|0|1|/base"},
+        {"\"\"a\"\",'h\",1,2,TRUE,TRUE", "\"a\"|h|1|2|1|1|"},
+        {"\"a,h',1,2,TRUE,TRUE", "a|h|1|2|1|1|"},
+        {" a , h , 1 , 2 , TRUE , FALSE ", "a|h|1|2|1|1|"},
+        {"a,h,1,2,true,True", "a|h|1|2|0|0|"},
+        {"a,h,,,FALSE,TRUE", "a|h|65535|65535|0|1|"},
+        {"a,h,65535,1,TRUE,TRUE,/p,extra", "a|h|65535|1|1|1|/p"},
+        {"", "invalid"}, {"a", "invalid"}, {"a,h,0,0,TRUE", "invalid"}, {",,,,", "invalid"},
+        {"a,h,80a,0,TRUE,TRUE", "invalid"}, {"a,h,0,65536,TRUE,TRUE", "invalid"}, {"a,h,-1,0,TRUE,TRUE", "invalid"},
+        {"a,h,0x50,0,TRUE,TRUE", "invalid"}, {"a,h,8 0,0,TRUE,TRUE", "invalid"},
+    };
+    for (const auto& [text, expected] : cases) EXPECT_EQ(parsed(text), expected) << text;
 }
 
-TEST_F(CustomRegionTest, SavedFormQuotesNamesAndWritesDefaultPortsAsZero) {
+// Saved at destroy: names and hosts quoted, default ports as 0, no path prefix, removed and
+// replaced regions left out; the next load numbers them afresh in saved order.
+TEST_F(CustomRegionTest, RegionsAreSavedAtDestroyAndLoadedAtTheNextLoad) {
+    for (const char* name : {"gone", "plain"}) ASSERT_EQ(add(name), OX_OK);
     ASSERT_EQ(add("store", "s3.store.test", 8080, 0, "/prefix", true), OX_OK);
     ASSERT_EQ(add("secure"), OX_OK);
-    ASSERT_EQ(add("plain", "localhost", 9000, 0, nullptr, false, false, true), OX_OK);
-    EXPECT_EQ(text(),
-              "\"store\",\"s3.store.test\",8080,0,FALSE,TRUE:"
-              "\"secure\",\"store.example.test\",0,0,TRUE,TRUE:"
-              "\"plain\",\"localhost\",9000,0,FALSE,FALSE");
-}
-
-TEST_F(CustomRegionTest, SavedFormLeavesOutRemovedAndReplacedRegions) {
-    ASSERT_EQ(add("a"), OX_OK);
-    ASSERT_EQ(add("b"), OX_OK);
-    ASSERT_EQ(add("c"), OX_OK);
-    ASSERT_EQ(ext->removeCustomRegion(ext, "a"), OX_OK);
-    ASSERT_EQ(add("b", "h2", 0, 0, nullptr, false, false, true, true), OX_OK);
-    EXPECT_EQ(text(), "\"c\",\"store.example.test\",0,0,TRUE,TRUE:\"b\",\"h2\",0,0,FALSE,FALSE");
-}
-
-// ---- between loads
-
-TEST_F(CustomRegionTest, RegionsAreSavedAtDestroyAndLoadedAtTheNextLoad) {
-    ASSERT_EQ(add("gone"), OX_OK);
-    ASSERT_EQ(add("store", "s3.store.test", 8080, 8443, "/prefix", true), OX_OK);
     ASSERT_EQ(ext->removeCustomRegion(ext, "gone"), OX_OK);
-    ASSERT_NE(reload(), nullptr);
-    EXPECT_EQ(regionHost.option(kSavedOption), "\"store\",\"s3.store.test\",8080,8443,FALSE,TRUE");
+    ASSERT_EQ(add("plain", "localhost", 9000, 8443, nullptr, false, false, true, true), OX_OK);
+    unload();
+    ASSERT_NE(ext = load(), nullptr);
+    EXPECT_EQ(saved(), "\"store\",\"s3.store.test\",8080,0,FALSE,TRUE:\"secure\",\"store.example.test\",0,0,TRUE,TRUE:"
+                       "\"plain\",\"localhost\",9000,8443,FALSE,FALSE");
     EXPECT_EQ(regionOf("store"), First_Custom_Region);
+    EXPECT_EQ(regionOf("plain"), First_Custom_Region + 2);
     EXPECT_EQ(regionOf("gone"), Unknown_Region);
-    const AWSEndpoint& e = endpointOf("store");
-    EXPECT_EQ(e.htEndpoint.port, 8080);
-    EXPECT_EQ(e.sslPort, 8443);
-    EXPECT_FALSE(e.htEndpoint.sslRequired);
-    EXPECT_TRUE(e.htEndpoint.sslAllowed);
-    EXPECT_EQ(e.pathPrefix, nullptr) << "the path prefix is not part of the saved form";
+    EXPECT_EQ(endpointOf("store"), "s3.store.test|8080|65535|tls optional|-");
+    EXPECT_EQ(endpointOf("plain"), "localhost|9000|8443|no tls|-");
 }
 
 TEST_F(CustomRegionTest, EnvironmentDefinesRegionsWhileNothingIsSaved) {
-    ASSERT_NE(freshLoad("local,localhost,8000,0,FALSE,FALSE:'x','h',0,0,TRUE,FALSE,/pre"), nullptr);
+    ASSERT_NE(freshLoad(":local,localhost,8000,0,FALSE,FALSE::'x','h',0,0,TRUE,FALSE,/pre: "), nullptr);
     EXPECT_EQ(regionOf("local"), First_Custom_Region);
     EXPECT_EQ(regionOf("x"), First_Custom_Region + 1);
-    EXPECT_EQ(endpointOf("local").htEndpoint.port, 8000);
-    EXPECT_FALSE(endpointOf("local").htEndpoint.sslAllowed);
-    EXPECT_TRUE(endpointOf("x").htEndpoint.sslRequired);
-    EXPECT_TRUE(endpointOf("x").htEndpoint.sslAllowed);
-    EXPECT_STREQ(endpointOf("x").pathPrefix, "/pre");
-}
-
-TEST_F(CustomRegionTest, SavedRegionsWinOverTheEnvironment) {
+    EXPECT_EQ(endpointOf("local"), "localhost|8000|65535|no tls|-");
+    EXPECT_EQ(endpointOf("x"), "h|65535|65535|tls|/pre");
     ASSERT_NE(freshLoad("fromenv,h,0,0,TRUE,TRUE", "saved,h,1,2,FALSE,TRUE"), nullptr);
     EXPECT_EQ(regionOf("saved"), First_Custom_Region);
     EXPECT_EQ(regionOf("fromenv"), Unknown_Region);
-}
-
-TEST_F(CustomRegionTest, AnEmptySavedTextMeansNoRegions) {
     ASSERT_NE(freshLoad("fromenv,h,0,0,TRUE,TRUE", ""), nullptr);
-    EXPECT_EQ(ext->customRegionsById->count, 0);
+    EXPECT_EQ(ext->customRegionsById->count, 0) << "an empty saved text means no regions";
+    const std::string atTheLimit = "a,h,0,0,TRUE,TRUE,/" + std::string(1024 - 19, 'p');
+    ASSERT_NE(freshLoad(atTheLimit.c_str()), nullptr);
+    EXPECT_EQ(endpointOf("a"), "h|65535|65535|tls|/" + std::string(1024 - 19, 'p'));
 }
 
-TEST_F(CustomRegionTest, EmptyDefinitionsBetweenSeparatorsAreSkipped) {
-    ASSERT_NE(freshLoad(":a,h,0,0,TRUE,TRUE::b,h,0,0,TRUE,TRUE: "), nullptr);
-    EXPECT_EQ(regionOf("a"), First_Custom_Region);
-    EXPECT_EQ(regionOf("b"), First_Custom_Region + 1);
-}
-
-TEST_F(CustomRegionTest, EnvironmentOfExactlyTheLimitIsTaken) {
-    const std::string definition = "a,h,0,0,TRUE,TRUE,/";
-    const std::string text = definition + std::string(1024 - definition.size(), 'p');
-    ASSERT_NE(freshLoad(text.c_str()), nullptr);
-    EXPECT_EQ(std::string(endpointOf("a").pathPrefix).size(), 1024 - definition.size() + 1);
-}
-
-struct BadLoad {
-    const char* name;
-    std::string environment;
-    const char* sentence;
-};
-
-class BadEnvironment : public CustomRegionTest, public ::testing::WithParamInterface<BadLoad> {};
-
-TEST_P(BadEnvironment, FailsTheLoadWithASentenceAndSavesNothing) {
-    unload();
-    regionHost.forgetOption(kSavedOption);
-    customRegionVariable.set(GetParam().environment.c_str());
+// A bad environment or saved text fails the load, says why and saves nothing; put right, the
+// next load reads it again.
+TEST_F(CustomRegionTest, BadTextFailsTheLoadWithASentenceAndSavesNothing) {
+    const std::tuple<std::string, const char*, const char*> cases[] = {  // environment, saved text, sentence
+        {"a,h,0,0,TRUE,TRUE:b,h,0,0,TRUE", nullptr, "Custom region definition 2: it has fewer than six"},
+        {"a,h,http,0,TRUE,TRUE", nullptr, "Custom region definition 1: a port is not a number"},
+        {"a,h,0,0,TRUE,TRUE:a,i,0,0,TRUE,TRUE", nullptr, "Custom region \"a\" is already defined."},
+        {"us-west-2,h,0,0,TRUE,TRUE", nullptr, "has the name of an AWS region"},
+        {"a,h,0,0,TRUE,TRUE,/" + std::string(1006, 'p'), nullptr, "at most 1024 are taken"},
+        {"good,h,0,0,TRUE,TRUE", "\"a\",\"h\",0,0", "fewer than six"},
+    };
     Logger_S* logger = oxtest::host()->log4qel->GetLogger(reinterpret_cast<const OXChar*>(U"App.ox.s3"), 9);
-    oxtest::LogCapture log(logger);
-    EXPECT_EQ(load(), nullptr);
-    EXPECT_EQ(jnl.count, 0u);
-    EXPECT_TRUE(log.mentions(GetParam().sentence)) << GetParam().sentence;
-    EXPECT_EQ(regionHost.option(kSavedOption), std::nullopt);
-    // Put right, the environment is read again.
-    customRegionVariable.set("good,h,0,0,TRUE,TRUE");
-    ext = load();
-    ASSERT_NE(ext, nullptr);
-    EXPECT_EQ(regionOf("good"), First_Custom_Region);
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    Texts, BadEnvironment,
-    ::testing::Values(BadLoad{"FewerThanSixFields", "a,h,0,0,TRUE,TRUE:b,h,0,0,TRUE",
-                              "Custom region definition 2: it has fewer than six"},
-                      BadLoad{"BadPort", "a,h,http,0,TRUE,TRUE", "Custom region definition 1: a port is not a number"},
-                      BadLoad{"DuplicateName", "a,h,0,0,TRUE,TRUE:a,i,0,0,TRUE,TRUE",
-                              "Custom region \"a\" is already defined."},
-                      BadLoad{"AWSRegionName", "us-west-2,h,0,0,TRUE,TRUE", "has the name of an AWS region"},
-                      BadLoad{"TooLong", "a,h,0,0,TRUE,TRUE,/" + std::string(1006, 'p'), "at most 1024 are taken"}),
-    [](const auto& info) { return std::string(info.param.name); });
-
-TEST_F(CustomRegionTest, BadSavedTextFailsTheLoadToo) {
-    unload();
-    regionHost.setOption(kSavedOption, "\"a\",\"h\",0,0");
-    EXPECT_EQ(load(), nullptr);
-    EXPECT_EQ(regionHost.option(kSavedOption), "\"a\",\"h\",0,0") << "a failed load rewrote the saved text";
+    for (const auto& [environment, savedText, sentence] : cases) {
+        unload();
+        oxtest::LogCapture log(logger);
+        EXPECT_EQ(freshLoad(environment.c_str(), savedText), nullptr);
+        EXPECT_EQ(jnl.count, 0u);
+        EXPECT_TRUE(log.mentions(sentence)) << sentence;
+        EXPECT_EQ(saved(), savedText ? savedText : "<none>") << sentence;
+        ASSERT_NE(freshLoad("good,h,0,0,TRUE,TRUE"), nullptr);
+        EXPECT_EQ(regionOf("good"), First_Custom_Region);
+    }
 }
 
 }  // namespace

@@ -4,36 +4,23 @@
 
 #include <string>
 
-#include "faultserver.h"
 #include "httptest.h"
 
 namespace {
 
-using oxtest::FaultReply;
-using oxtest::FaultServer;
+using namespace oxtest;
+using HttpContinue = FaultServerTest;
 
-class HttpContinue : public oxtest::HttpTest {
-protected:
-    FaultServer server;
-    oxtest::HttpConnection conn;
+FaultReply continuing(FaultReply r, bool continueFirst) {
+    r.continueFirst = continueFirst;
+    r.answerBeforeBody = !continueFirst;
+    return r;
+}
 
-    void SetUp() override {
-        HttpTest::SetUp();
-        ASSERT_TRUE(server) << server.error();
-        conn = connect("127.0.0.1", server.port());
-    }
-    HTConnection c() const { return conn.get(); }
-
-    OXStatus sendHead(int64_t length) {
-        return c()->sendRequest(c(), httpPut, "/b/k", 4, nullptr, 0, nullptr, length, nullptr, 0, OX_TRUE);
-    }
-};
-
-TEST_F(HttpContinue, SendsTheBodyAfterTheInterimAnswer) {
-    FaultReply r = FaultReply::ok("stored");
-    r.continueFirst = true;
-    server.push(r);
-    ASSERT_EQ(sendHead(11), OX_OK);
+TEST_F(HttpContinue, SendsTheBodyAfterTheInterimAnswerOrWithoutWaitingForIt) {
+    server.push(continuing(FaultReply::ok("stored"), true));
+    server.push(continuing(FaultReply::ok("done"), true));
+    ASSERT_EQ(sendHead(c(), httpPut, "/b/k", 11, true), OX_OK);
     EXPECT_EQ(c()->state, htStateContReqSent);
     HTTPStatus st{};
     ASSERT_EQ(c()->readResponse(c(), &st), OX_OK);
@@ -45,61 +32,42 @@ TEST_F(HttpContinue, SendsTheBodyAfterTheInterimAnswer) {
     ASSERT_EQ(c()->readResponse(c(), &st), OX_OK);
     EXPECT_EQ(st.message, OX_HTTP_OK);
     OXStatus bodyStatus;
-    EXPECT_EQ(oxtest::readAllData(c(), &bodyStatus), "stored");
-    auto req = server.requests().at(0);
-    EXPECT_NE(req.head.find("\r\nExpect: 100-continue\r\n"), std::string::npos) << req.head;
-    EXPECT_NE(req.head.find("\r\nContent-Length: 11\r\n"), std::string::npos) << req.head;
-    EXPECT_EQ(req.body, "hello world");
+    EXPECT_EQ(readAllData(c(), &bodyStatus), "stored");
+
+    ASSERT_EQ(sendHead(c(), httpPut, "/b/k", 3, true), OX_OK);
+    ASSERT_EQ(c()->sendData(c(), "abc", 3), OX_OK);  // not waiting for 100: the interim answer is skipped
+    ASSERT_EQ(c()->readResponse(c(), &st), OX_OK);
+    EXPECT_EQ(st.status, 200);
+    const auto req = server.requests();
+    EXPECT_NE(req.at(0).head.find("\r\nExpect: 100-continue\r\n"), std::string::npos) << req.at(0).head;
+    EXPECT_NE(req.at(0).head.find("\r\nContent-Length: 11\r\n"), std::string::npos) << req.at(0).head;
+    EXPECT_EQ(req.at(0).body, "hello world");
+    EXPECT_EQ(req.at(1).body, "abc");
+    EXPECT_EQ(server.connectionsAccepted(), 1u);
 }
 
-TEST_F(HttpContinue, ReportsARefusalBeforeAnyBodyAndDropsTheSocket) {
-    FaultReply refused = FaultReply::status(403, "Forbidden", "<Error><Code>AccessDenied</Code></Error>");
-    refused.answerBeforeBody = true;
-    server.push(refused);
+TEST_F(HttpContinue, ReportsARefusalBeforeAnyBodyAndDropsTheSocketOnlyWhenABodyWasAnnounced) {
+    const std::string denied = "<Error><Code>AccessDenied</Code></Error>";
+    server.push(continuing(FaultReply::ok("empty is fine"), false));
+    server.push(continuing(FaultReply::status(403, "Forbidden", denied), false));
     server.push(FaultReply::ok("next"));
-    ASSERT_EQ(sendHead(1 << 20), OX_OK);
     HTTPStatus st{};
+    ASSERT_EQ(sendHead(c(), httpPut, "/b/k", 0, true), OX_OK);
+    ASSERT_EQ(c()->readResponse(c(), &st), OX_OK);
+    EXPECT_FALSE(c()->closeRequired) << "no body was announced";
+
+    ASSERT_EQ(sendHead(c(), httpPut, "/b/k", 1 << 20, true), OX_OK);
     ASSERT_EQ(c()->readResponse(c(), &st), OX_OK);
     EXPECT_EQ(st.status, 403);
     EXPECT_EQ(st.message, OX_HTTP_FORBIDDEN);
     EXPECT_EQ(c()->state, htStateResponseRead);
     EXPECT_TRUE(c()->closeRequired) << "the server may still expect the announced body";
     OXStatus bodyStatus;
-    EXPECT_EQ(oxtest::readAllData(c(), &bodyStatus), "<Error><Code>AccessDenied</Code></Error>");
+    EXPECT_EQ(readAllData(c(), &bodyStatus), denied);
     EXPECT_EQ(c()->state, htStateClosedByServer);
-    EXPECT_TRUE(server.requests().at(0).body.empty());
-    EXPECT_EQ(oxtest::exchange(c(), httpGet, "/").body, "next");
+    EXPECT_TRUE(server.requests().at(1).body.empty());
+    EXPECT_EQ(exchange(c(), httpGet, "/").body, "next");
     EXPECT_EQ(server.connectionsAccepted(), 2u);
-}
-
-TEST_F(HttpContinue, KeepsTheSocketWhenNoBodyWasAnnounced) {
-    FaultReply r = FaultReply::ok("empty is fine");
-    r.answerBeforeBody = true;
-    server.push(r);
-    server.push(FaultReply::ok("again"));
-    ASSERT_EQ(sendHead(0), OX_OK);
-    HTTPStatus st{};
-    ASSERT_EQ(c()->readResponse(c(), &st), OX_OK);
-    EXPECT_FALSE(c()->closeRequired);
-    EXPECT_EQ(oxtest::exchange(c(), httpGet, "/").body, "again");
-    EXPECT_EQ(server.connectionsAccepted(), 1u);
-}
-
-TEST_F(HttpContinue, SkipsAnInterimAnswerThatWasNotAwaited) {
-    FaultReply r = FaultReply::ok("done");
-    r.continueFirst = true;
-    server.push(r);
-    ASSERT_EQ(sendHead(3), OX_OK);
-    ASSERT_EQ(c()->sendData(c(), "abc", 3), OX_OK);  // not waiting for 100
-    HTTPStatus st{};
-    ASSERT_EQ(c()->readResponse(c(), &st), OX_OK);
-    EXPECT_EQ(st.status, 200);
-    EXPECT_EQ(server.requests().at(0).body, "abc");
-}
-
-TEST_F(HttpContinue, RefusesABodyGivenWithTheHead) {
-    EXPECT_EQ(c()->sendRequest(c(), httpPut, "/k", 2, nullptr, 0, nullptr, -1, "body", 4, OX_TRUE),
-              OX_INVALID_ARGUMENT);
 }
 
 }  // namespace

@@ -2,272 +2,164 @@
 // framed and read, and how one socket is kept across requests.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <string>
+#include <vector>
 
-#include "faultserver.h"
 #include "httptest.h"
 
 namespace {
 
-using oxtest::FaultReply;
-using oxtest::FaultServer;
+using namespace oxtest;
+using HttpExchange = FaultServerTest;
 
-class HttpExchange : public oxtest::HttpTest {
-protected:
-    FaultServer server;
-    oxtest::HttpConnection conn;
-
-    void SetUp() override {
-        HttpTest::SetUp();
-        ASSERT_TRUE(server) << server.error();
-        conn = connect("127.0.0.1", server.port());
-        ASSERT_TRUE(conn);
-    }
-    HTConnection c() const { return conn.get(); }
-};
-
-TEST_F(HttpExchange, StartsCreatedAndUnopened) {
-    EXPECT_EQ(c()->state, htStateCreated);
-    EXPECT_EQ(c()->requestCount, 0);
-    EXPECT_EQ(c()->lastActivityTime, -1.0);
-    EXPECT_STREQ(c()->host, "127.0.0.1");
-    EXPECT_EQ(c()->port, server.port());
-    EXPECT_FALSE(c()->useSSL);
+// The request line and then the header lines in sorted order: the order of fields carries no
+// meaning. A head without its blank line shows as incomplete.
+std::vector<std::string> headLines(const std::string& head) {
+    std::vector<std::string> lines;
+    for (size_t at = 0, end; (end = head.find("\r\n", at)) != std::string::npos; at = end + 2)
+        lines.push_back(head.substr(at, end - at));
+    if (lines.empty() || !lines.back().empty()) lines.push_back("<incomplete>");
+    std::sort(lines.begin() + 1, lines.end());
+    return lines;
 }
 
-TEST_F(HttpExchange, ReplacesTheDefaultPortByTheSchemes) {
-    auto plain = connect("localhost", OX_DEFAULT_PORT);
-    auto tls = connect("localhost", OX_DEFAULT_PORT, true);
-    EXPECT_EQ(plain->port, 80);
-    EXPECT_EQ(tls->port, 443);
-}
-
-TEST_F(HttpExchange, WritesRequestLineHostAndDictionaryHeaders) {
-    server.push(FaultReply::ok("hello"));
+TEST_F(HttpExchange, WritesTheRequestHeadWithHostHeadersAndBodyLength) {
+    server.setFallback(FaultReply::ok("ok"));
+    const std::string host = "Host: 127.0.0.1:" + std::to_string(server.port()) + "\r\n";
     auto h = headers({{"x-amz-date", "20240101T000000Z"}, {"Accept", "*/*"}});
-    auto r = oxtest::exchange(c(), httpGet, "/bucket/key%20one", h.get(), {}, "list-type=2&prefix=a");
-    ASSERT_EQ(r.readStatus, OX_OK);
-    EXPECT_EQ(r.body, "hello");
-    auto head = server.requests().at(0).head;
-    EXPECT_EQ(head.rfind("GET /bucket/key%20one?list-type=2&prefix=a HTTP/1.1\r\n", 0), 0u) << head;
-    EXPECT_NE(head.find("\r\nHost: 127.0.0.1:" + std::to_string(server.port()) + "\r\n"), std::string::npos) << head;
-    EXPECT_NE(head.find("\r\nx-amz-date: 20240101T000000Z\r\n"), std::string::npos);
-    EXPECT_NE(head.find("\r\nAccept: */*\r\n"), std::string::npos);
-    EXPECT_EQ(head.find("Content-Length"), std::string::npos) << "a GET without body announces none";
+    auto callersHost = headers({{"host", "bucket.localhost:7480"}});
+    EXPECT_EQ(exchange(c(), httpGet, "/bucket/key%20one", h.get(), {}, "list-type=2&prefix=a").body, "ok");
+    exchange(c(), httpGet, "/", callersHost.get());
+    exchange(c(), httpPut, "/b/k", nullptr, "payload-bytes");
+    exchange(c(), httpPut, "/b/empty");
+    const auto req = server.requests();
+    ASSERT_EQ(req.size(), 4u);
+    EXPECT_EQ(headLines(req[0].head), headLines("GET /bucket/key%20one?list-type=2&prefix=a HTTP/1.1\r\n" + host +
+                                                "x-amz-date: 20240101T000000Z\r\nAccept: */*\r\n\r\n"));
+    EXPECT_EQ(headLines(req[1].head), headLines("GET / HTTP/1.1\r\nhost: bucket.localhost:7480\r\n\r\n"));
+    EXPECT_EQ(headLines(req[2].head), headLines("PUT /b/k HTTP/1.1\r\n" + host + "Content-Length: 13\r\n\r\n"));
+    EXPECT_EQ(req[2].body, "payload-bytes");
+    EXPECT_EQ(headLines(req[3].head), headLines("PUT /b/empty HTTP/1.1\r\n" + host + "Content-Length: 0\r\n\r\n"));
 }
 
-TEST_F(HttpExchange, KeepsTheCallersHostHeader) {
-    server.push(FaultReply::ok(""));
-    auto h = headers({{"host", "bucket.localhost:7480"}});
-    oxtest::exchange(c(), httpGet, "/", h.get());
-    auto head = server.requests().at(0).head;
-    EXPECT_NE(head.find("host: bucket.localhost:7480\r\n"), std::string::npos) << head;
-    EXPECT_EQ(head.find("Host: 127.0.0.1"), std::string::npos) << head;
-}
-
-TEST_F(HttpExchange, SendsASmallBodyWithItsLength) {
-    server.push(FaultReply::status(201, "Created"));
-    auto r = oxtest::exchange(c(), httpPut, "/b/k", nullptr, "payload-bytes");
-    EXPECT_EQ(r.status.message, OX_HTTP_CREATED);
-    auto req = server.requests().at(0);
-    EXPECT_NE(req.head.find("\r\nContent-Length: 13\r\n"), std::string::npos) << req.head;
-    EXPECT_EQ(req.body, "payload-bytes");
-}
-
-TEST_F(HttpExchange, AnnouncesZeroLengthForAnEmptyPut) {
-    server.push(FaultReply::ok(""));
-    oxtest::exchange(c(), httpPut, "/b/empty");
-    EXPECT_NE(server.requests().at(0).head.find("\r\nContent-Length: 0\r\n"), std::string::npos);
-}
-
-TEST_F(HttpExchange, SendsALargeBodyFromTheCallersMemory) {
+TEST_F(HttpExchange, SendsBodiesWholeOrInPiecesButNoMoreThanAnnounced) {
     std::string big(300 * 1024, '\0');
-    for (size_t i = 0; i < big.size(); ++i) big[i] = oxtest::patternByte(i);
-    server.push(FaultReply::ok("stored"));
-    auto r = oxtest::exchange(c(), httpPut, "/b/big", nullptr, big);
-    EXPECT_EQ(r.body, "stored");
-    EXPECT_EQ(server.requests().at(0).body, big);
-}
-
-TEST_F(HttpExchange, SendsABodyInPiecesAfterTheHead) {
-    server.push(FaultReply::ok("ok"));
-    ASSERT_EQ(c()->sendRequest(c(), httpPost, "/p", 2, nullptr, 0, nullptr, 10, nullptr, 0, OX_FALSE), OX_OK);
-    EXPECT_EQ(c()->state, htStateRequestSent);
+    for (size_t i = 0; i < big.size(); ++i) big[i] = patternByte(i);
+    server.setFallback(FaultReply::ok("stored"));
+    EXPECT_EQ(exchange(c(), httpPut, "/b/big", nullptr, big).body, "stored");
+    ASSERT_EQ(sendHead(c(), httpPost, "/p", 10), OX_OK);
     EXPECT_EQ(c()->sendData(c(), "01234", 5), OX_OK);
     EXPECT_EQ(c()->sendData(c(), "56789", 5), OX_OK);
     HTTPStatus st{};
     ASSERT_EQ(c()->readResponse(c(), &st), OX_OK);
-    EXPECT_EQ(server.requests().at(0).body, "0123456789");
-}
-
-TEST_F(HttpExchange, RefusesMoreBodyThanAnnounced) {
-    ASSERT_EQ(c()->sendRequest(c(), httpPut, "/p", 2, nullptr, 0, nullptr, 4, nullptr, 0, OX_FALSE), OX_OK);
+    const auto req = server.requests();
+    EXPECT_TRUE(req.at(0).body == big);
+    EXPECT_EQ(req.at(1).body, "0123456789");
+    ASSERT_EQ(sendHead(c(), httpPut, "/p", 4), OX_OK);
     EXPECT_EQ(c()->sendData(c(), "12345", 5), OX_HTTP_BODY_OVERRUN);
 }
 
-TEST_F(HttpExchange, RefusesHeaderValuesThatWouldSplitTheRequest) {
+TEST_F(HttpExchange, RefusesRequestTextThatWouldSplitTheRequest) {
     auto h = headers({{"x-amz-meta-a", "v\r\nInjected: 1"}});
-    EXPECT_EQ(c()->sendRequest(c(), httpGet, "/", 1, nullptr, 0, h.get(), -1, nullptr, 0, OX_FALSE),
-              OX_HTTP_BAD_REQUEST_TEXT);
-    EXPECT_EQ(c()->sendRequest(c(), httpGet, "/a b", 4, nullptr, 0, nullptr, -1, nullptr, 0, OX_FALSE),
-              OX_HTTP_BAD_REQUEST_TEXT);
-    EXPECT_EQ(c()->sendRequest(c(), httpGet, "nopath", 6, nullptr, 0, nullptr, -1, nullptr, 0, OX_FALSE),
-              OX_HTTP_BAD_REQUEST_TEXT);
-    EXPECT_EQ(c()->sendRequest(c(), httpUnknown, "/", 1, nullptr, 0, nullptr, -1, nullptr, 0, OX_FALSE),
-              OX_INVALID_ARGUMENT);
+    EXPECT_EQ(sendHead(c(), httpGet, "/", -1, false, h.get()), OX_HTTP_BAD_REQUEST_TEXT);
+    EXPECT_EQ(sendHead(c(), httpGet, "/a b"), OX_HTTP_BAD_REQUEST_TEXT);
+    EXPECT_EQ(sendHead(c(), httpGet, "nopath"), OX_HTTP_BAD_REQUEST_TEXT);
+    EXPECT_EQ(sendHead(c(), httpUnknown, "/"), OX_INVALID_ARGUMENT);
+    EXPECT_EQ(c()->sendRequest(c(), httpPut, "/k", 2, nullptr, 0, nullptr, -1, "body", 4, OX_TRUE), OX_INVALID_ARGUMENT)
+        << "a body given with the head cannot wait for 100-continue";
+    EXPECT_TRUE(server.requests().empty());
 }
 
-TEST_F(HttpExchange, ReusesOneSocketAcrossRequests) {
-    for (int i = 0; i < 5; ++i) server.push(FaultReply::ok("r" + std::to_string(i)));
-    for (int i = 0; i < 5; ++i) {
-        auto r = oxtest::exchange(c(), httpGet, "/k");
-        EXPECT_EQ(r.body, "r" + std::to_string(i));
-        EXPECT_EQ(c()->requestCount, i + 1);
-        EXPECT_EQ(c()->state, htStateResponseRead);
-        EXPECT_GT(c()->lastActivityTime, 0.0);
+TEST_F(HttpExchange, KeepsOneSocketUntilTheServerEndsIt) {
+    FaultReply untilClose = rawReply("HTTP/1.1 200 OK\r\n\r\nuntil the end");
+    const FaultReply closing[] = {FaultReply::ok("bye", "Connection: close\r\n"),
+                                  rawReply("HTTP/1.0 200 OK\r\nContent-Length: 3\r\n\r\nbye", false), untilClose};
+    const std::string closingBody[] = {"bye", "bye", "until the end"};
+    for (int i = 0; i < 3; ++i) {
+        server.push(FaultReply::ok("a"));
+        server.push(FaultReply::ok("b"));
+        server.push(closing[i]);
+        for (const char* body : {"a", "b"}) {
+            EXPECT_EQ(exchange(c(), httpGet, "/").body, body);
+            EXPECT_EQ(c()->state, htStateResponseRead);
+        }
+        EXPECT_EQ(c()->requestCount, 2);
+        EXPECT_EQ(exchange(c(), httpGet, "/").body, closingBody[i]);
+        EXPECT_TRUE(c()->closeRequired) << i;
+        EXPECT_EQ(c()->state, htStateClosedByServer) << i;
+        EXPECT_EQ(server.connectionsAccepted(), i + 1u) << i;
     }
-    EXPECT_EQ(server.connectionsAccepted(), 1u);
+    expectFreshStart();
+    EXPECT_EQ(c()->requestCount, 1) << "counted per socket";
+    EXPECT_EQ(server.connectionsAccepted(), 4u);
 }
 
-TEST_F(HttpExchange, OpenReportsAnOpenConnection) {
-    ASSERT_EQ(c()->open(c()), OX_OK);
-    EXPECT_EQ(c()->state, htStateOpen);
-    EXPECT_EQ(c()->lastActivityTime, -1.0);
-    EXPECT_EQ(c()->open(c()), OX_HTTP_ALREADY_OPEN);
-    EXPECT_EQ(c()->close(c()), OX_OK);
-    EXPECT_EQ(c()->state, htStateClosed);
-    EXPECT_EQ(c()->open(c()), OX_OK);
-    EXPECT_EQ(c()->state, htStateOpen);
-}
-
-TEST_F(HttpExchange, CountsRequestsPerSocket) {
-    for (int i = 0; i < 3; ++i) server.push(FaultReply::ok("x"));
-    oxtest::exchange(c(), httpGet, "/");
-    oxtest::exchange(c(), httpGet, "/");
-    c()->close(c());
-    oxtest::exchange(c(), httpGet, "/");
-    EXPECT_EQ(c()->requestCount, 1);
-}
-
-TEST_F(HttpExchange, ClosesWhenTheServerSaysSo) {
-    server.push(FaultReply::ok("bye", "Connection: close\r\n"));
-    server.push(FaultReply::ok("again"));
-    auto r = oxtest::exchange(c(), httpGet, "/");
-    EXPECT_TRUE(c()->closeRequired);
-    EXPECT_EQ(c()->state, htStateClosedByServer);
-    EXPECT_EQ(oxtest::exchange(c(), httpGet, "/").body, "again");
-    EXPECT_EQ(server.connectionsAccepted(), 2u);
-}
-
-TEST_F(HttpExchange, ReadsABodyDelimitedByClose) {
-    FaultReply r;
-    r.bytes = "HTTP/1.1 200 OK\r\n\r\nuntil the end";
-    r.closeAfter = true;
-    server.push(r);
-    auto resp = oxtest::exchange(c(), httpGet, "/");
-    EXPECT_EQ(resp.body, "until the end");
-    EXPECT_EQ(c()->state, htStateClosedByServer);
-}
-
-TEST_F(HttpExchange, TreatsHttp10AsCloseUnlessKeptAlive) {
-    FaultReply r;
-    r.bytes = "HTTP/1.0 200 OK\r\nContent-Length: 2\r\n\r\nok";
-    server.push(r);
-    oxtest::exchange(c(), httpGet, "/");
-    EXPECT_TRUE(c()->closeRequired);
-}
-
-TEST_F(HttpExchange, DecodesChunksWithExtensionsAndTrailers) {
+TEST_F(HttpExchange, DecodesChunksWithExtensionsAndTrailersIntoSmallPieces) {
     server.push(FaultReply::chunked({"Hello, ", "chunked ", "world"}, ";name=\"va;lue\";flag", "X-Trailer: yes\r\n"));
-    server.push(FaultReply::ok("next"));
-    auto r = oxtest::exchange(c(), httpGet, "/");
-    EXPECT_EQ(r.body, "Hello, chunked world");
+    server.push(FaultReply::chunked({std::string(5000, 'a'), "bbb", std::string(7000, 'c')}));
+    EXPECT_EQ(exchange(c(), httpGet, "/").body, "Hello, chunked world");
     EXPECT_TRUE(c()->responseIsChunked);
     EXPECT_EQ(c()->responseContentLength, -1);
-    EXPECT_EQ(oxtest::exchange(c(), httpGet, "/").body, "next");
-    EXPECT_EQ(server.connectionsAccepted(), 1u) << "the socket survives a chunked body";
-}
-
-TEST_F(HttpExchange, ReadsChunksIntoSmallPieces) {
-    server.push(FaultReply::chunked({std::string(5000, 'a'), std::string(3, 'b'), std::string(7000, 'c')}));
-    ASSERT_EQ(c()->sendRequest(c(), httpGet, "/", 1, nullptr, 0, nullptr, -1, nullptr, 0, OX_FALSE), OX_OK);
     HTTPStatus st{};
-    ASSERT_EQ(c()->readResponse(c(), &st), OX_OK);
+    ASSERT_EQ(getHead(c(), "/", &st), OX_OK);
     OXStatus last;
-    std::string body = oxtest::readAllInto(c(), 777, &last);
+    EXPECT_EQ(readAllInto(c(), 777, &last), std::string(5000, 'a') + "bbb" + std::string(7000, 'c'));
     EXPECT_EQ(last, OX_END_OF_DATA);
-    EXPECT_EQ(body, std::string(5000, 'a') + "bbb" + std::string(7000, 'c'));
+    expectFreshStart();
+    EXPECT_EQ(server.connectionsAccepted(), 1u) << "the socket survives chunked bodies";
 }
 
-TEST_F(HttpExchange, ReadsIntoTheCallersBufferToTheEnd) {
+TEST_F(HttpExchange, ReadsALengthDelimitedBodyIntoTheCallersBufferToTheEnd) {
     server.push(FaultReply::generated(1000000));
-    ASSERT_EQ(c()->sendRequest(c(), httpGet, "/", 1, nullptr, 0, nullptr, -1, nullptr, 0, OX_FALSE), OX_OK);
+    server.push(FaultReply::ok("abcdef"));
     HTTPStatus st{};
-    ASSERT_EQ(c()->readResponse(c(), &st), OX_OK);
+    ASSERT_EQ(getHead(c(), "/", &st), OX_OK);
     EXPECT_EQ(c()->responseContentLength, 1000000);
     std::string buf(1000000, '\0');
     OXMemSize got = 0;
     EXPECT_EQ(c()->readInto(c(), buf.data(), buf.size(), &got), OX_OK);
     EXPECT_EQ(got, 1000000u);
-    for (size_t i = 0; i < buf.size(); ++i)
-        if (buf[i] != oxtest::patternByte(i)) FAIL() << "byte " << i << " differs";
+    EXPECT_EQ(patternMismatch(buf), std::string::npos);
     EXPECT_EQ(c()->readInto(c(), buf.data(), 10, &got), OX_END_OF_DATA);
     EXPECT_EQ(got, 0u);
+    ASSERT_EQ(getHead(c(), "/", &st), OX_OK);
+    EXPECT_EQ(c()->readInto(c(), buf.data(), 16, &got), OX_END_OF_DATA) << "a short body ends in one read";
+    EXPECT_EQ(buf.substr(0, got), "abcdef");
 }
 
-TEST_F(HttpExchange, ReportsTheEndOfAShortBody) {
-    server.push(FaultReply::ok("abc"));
-    oxtest::exchange(c(), httpGet, "/");  // reads it all
-    server.push(FaultReply::ok("abcdef"));
-    ASSERT_EQ(c()->sendRequest(c(), httpGet, "/", 1, nullptr, 0, nullptr, -1, nullptr, 0, OX_FALSE), OX_OK);
-    HTTPStatus st{};
-    ASSERT_EQ(c()->readResponse(c(), &st), OX_OK);
-    char buf[16];
-    OXMemSize got = 0;
-    EXPECT_EQ(c()->readInto(c(), buf, sizeof buf, &got), OX_END_OF_DATA);
-    EXPECT_EQ(std::string(buf, got), "abcdef");
-}
-
-TEST_F(HttpExchange, HeadAnswersCarryNoBody) {
-    FaultReply head;  // announces the object's length, sends no body
-    head.bytes = "HTTP/1.1 200 OK\r\nContent-Length: 12345\r\nETag: \"abc\"\r\n\r\n";
-    server.push(head);
-    server.push(FaultReply::ok("after"));
-    auto r = oxtest::exchange(c(), httpHead, "/obj");
-    EXPECT_EQ(r.status.message, OX_HTTP_OK);
-    EXPECT_EQ(r.bodyStatus, OX_END_OF_DATA);
-    EXPECT_EQ(c()->responseContentLength, 12345);
-    EXPECT_EQ(oxtest::responseHeader(c(), "etag"), "\"abc\"");
-    EXPECT_EQ(oxtest::exchange(c(), httpGet, "/").body, "after");
-    EXPECT_EQ(server.connectionsAccepted(), 1u);
-}
-
-TEST_F(HttpExchange, NoContentAndNotModifiedCarryNoBody) {
-    FaultReply noContent, notModified;
-    noContent.bytes = "HTTP/1.1 204 No Content\r\n\r\n";
-    notModified.bytes = "HTTP/1.1 304 Not Modified\r\nContent-Length: 99\r\n\r\n";
-    server.push(noContent);
-    server.push(notModified);
-    server.push(FaultReply::ok("still in step"));
-    auto a = oxtest::exchange(c(), httpDelete, "/k");
-    EXPECT_EQ(a.status.message, OX_HTTP_OK);
-    EXPECT_EQ(a.status.status, 204);
-    EXPECT_EQ(a.bodyStatus, OX_END_OF_DATA);
-    auto b = oxtest::exchange(c(), httpGet, "/k");
-    EXPECT_EQ(b.status.message, OX_HTTP_NOT_MODIFIED);
-    EXPECT_EQ(b.bodyStatus, OX_END_OF_DATA);
-    EXPECT_EQ(oxtest::exchange(c(), httpGet, "/").body, "still in step");
+TEST_F(HttpExchange, HeadNoContentAndNotModifiedCarryNoBody) {
+    const struct {
+        HTTPMethod method;
+        const char* reply;
+        int code;
+        OXStatus message;
+    } cases[] = {
+        {httpHead, "HTTP/1.1 200 OK\r\nContent-Length: 12345\r\nETag: \"abc\"\r\n\r\n", 200, OX_HTTP_OK},
+        {httpDelete, "HTTP/1.1 204 No Content\r\n\r\n", 204, OX_HTTP_OK},
+        {httpGet, "HTTP/1.1 304 Not Modified\r\nContent-Length: 99\r\n\r\n", 304, OX_HTTP_NOT_MODIFIED},
+    };
+    for (const auto& k : cases) {
+        server.push(rawReply(k.reply, false));
+        auto r = exchange(c(), k.method, "/k");
+        EXPECT_EQ(r.status.status, k.code);
+        EXPECT_EQ(r.status.message, k.message);
+        EXPECT_EQ(r.bodyStatus, OX_END_OF_DATA);
+    }
+    EXPECT_EQ(responseHeader(c(), "content-length"), "99");
+    expectFreshStart();
+    EXPECT_EQ(server.connectionsAccepted(), 1u) << "the answers kept in step";
 }
 
 TEST_F(HttpExchange, LooksUpResponseHeadersIgnoringCase) {
     server.push(FaultReply::ok("", "ETag: \"e1\"\r\nx-amz-meta-Color:  blue \r\nX-Empty:\r\nx-dup: 1\r\nX-Dup: 2\r\n"));
-    auto r = oxtest::exchange(c(), httpGet, "/");
-    EXPECT_EQ(std::string(r.status.statusText), "OK");
-    EXPECT_EQ(oxtest::responseHeader(c(), "ETAG"), "\"e1\"");
-    EXPECT_EQ(oxtest::responseHeader(c(), "X-Amz-Meta-Color"), "blue");
-    EXPECT_EQ(oxtest::responseHeader(c(), "x-empty"), "");
-    EXPECT_EQ(oxtest::responseHeader(c(), "X-DUP"), "1");
-    EXPECT_EQ(oxtest::responseHeader(c(), "Missing"), "<none>");
+    auto r = exchange(c(), httpGet, "/");
+    EXPECT_STREQ(r.status.statusText, "OK");
+    EXPECT_EQ(responseHeader(c(), "ETAG"), "\"e1\"");
+    EXPECT_EQ(responseHeader(c(), "X-Amz-Meta-Color"), "blue");
+    EXPECT_EQ(responseHeader(c(), "x-empty"), "");
+    EXPECT_EQ(responseHeader(c(), "X-DUP"), "1");
+    EXPECT_EQ(responseHeader(c(), "Missing"), "<none>");
     UTF8CStr name, value;
     UTF8ByteLength nameL, valueL;
     ASSERT_EQ(c()->getResponseHeaderAt(c(), 0, &name, &nameL, &value, &valueL), OX_OK);
@@ -275,41 +167,39 @@ TEST_F(HttpExchange, LooksUpResponseHeadersIgnoringCase) {
     EXPECT_EQ(c()->getResponseHeaderAt(c(), 6, &name, &nameL, &value, &valueL), OX_END_OF_DATA);
 }
 
-TEST_F(HttpExchange, DrainsAnUnreadShortBodyToKeepTheSocket) {
+TEST_F(HttpExchange, DrainsAShortUnreadBodyButAbandonsALongOne) {
     server.push(FaultReply::ok(std::string(2000, 'z')));
-    server.push(FaultReply::ok("second"));
-    ASSERT_EQ(c()->sendRequest(c(), httpGet, "/", 1, nullptr, 0, nullptr, -1, nullptr, 0, OX_FALSE), OX_OK);
-    HTTPStatus st{};
-    ASSERT_EQ(c()->readResponse(c(), &st), OX_OK);
-    EXPECT_EQ(oxtest::exchange(c(), httpGet, "/").body, "second");
-    EXPECT_EQ(server.connectionsAccepted(), 1u);
-}
-
-TEST_F(HttpExchange, AbandonsTheSocketUnderALongUnreadBody) {
     server.push(FaultReply::generated(8 * 1024 * 1024));
     server.push(FaultReply::ok("fresh"));
-    ASSERT_EQ(c()->sendRequest(c(), httpGet, "/", 1, nullptr, 0, nullptr, -1, nullptr, 0, OX_FALSE), OX_OK);
     HTTPStatus st{};
-    ASSERT_EQ(c()->readResponse(c(), &st), OX_OK);
-    EXPECT_EQ(oxtest::exchange(c(), httpGet, "/").body, "fresh");
-    EXPECT_EQ(server.connectionsAccepted(), 2u);
+    ASSERT_EQ(getHead(c(), "/", &st), OX_OK);
+    ASSERT_EQ(getHead(c(), "/", &st), OX_OK);
+    EXPECT_EQ(server.connectionsAccepted(), 1u) << "the short body was drained";
+    EXPECT_EQ(exchange(c(), httpGet, "/").body, "fresh");
+    EXPECT_EQ(server.connectionsAccepted(), 2u) << "the long body was not";
 }
 
-TEST_F(HttpExchange, RefusesStepsOutOfTurn) {
+TEST_F(HttpExchange, OpensOnceAndRefusesStepsOutOfTurn) {
     HTTPStatus st{};
     OXMemSize got;
     char buf[4];
     EXPECT_EQ(c()->readResponse(c(), &st), OX_HTTP_WRONG_STATE);
     EXPECT_EQ(c()->readInto(c(), buf, sizeof buf, &got), OX_HTTP_WRONG_STATE);
     EXPECT_EQ(c()->sendData(c(), "x", 1), OX_HTTP_WRONG_STATE);
+    ASSERT_EQ(c()->open(c()), OX_OK);
+    EXPECT_EQ(c()->state, htStateOpen);
+    EXPECT_EQ(c()->open(c()), OX_HTTP_ALREADY_OPEN);
+    EXPECT_EQ(c()->close(c()), OX_OK);
+    EXPECT_EQ(c()->state, htStateClosed);
+    EXPECT_EQ(c()->open(c()), OX_OK);
 }
 
-TEST_F(HttpExchange, ClonesTheOriginAndSettings) {
+TEST_F(HttpExchange, ClonesTheOriginAndSettingsAndDefaultsPortsByScheme) {
     c()->timeout = 1234;
     ASSERT_EQ(c()->setProxyU8(c(), "proxy.test", 10, 3128, "u", 1, "p", 1, OX_PROXY_HTTP), OX_OK);
     HTConnection copy = nullptr;
     ASSERT_EQ(c()->clone(c(), pool, &copy), OX_OK);
-    oxtest::HttpConnection owned(copy);
+    HttpConnection owned(copy);
     EXPECT_STREQ(copy->host, "127.0.0.1");
     EXPECT_EQ(copy->port, server.port());
     EXPECT_EQ(copy->timeout, 1234);
@@ -318,6 +208,8 @@ TEST_F(HttpExchange, ClonesTheOriginAndSettings) {
     EXPECT_EQ(std::string(copy->httpProxy.host->stg, copy->httpProxy.host->len), "proxy.test");
     EXPECT_EQ(copy->httpProxy.port, 3128);
     EXPECT_EQ(copy->httpsProxy.host, nullptr);
+    EXPECT_EQ(connect("localhost", OX_DEFAULT_PORT)->port, 80);
+    EXPECT_EQ(connect("localhost", OX_DEFAULT_PORT, true)->port, 443);
 }
 
 }  // namespace

@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <string>
-#include <vector>
 
 #include "ox/array.h"
 #include "ox/dictionary.h"
@@ -16,47 +15,10 @@ namespace {
 class InstanceService : public ::testing::Test {
 protected:
     void SetUp() override {
-        ASSERT_TRUE(strings);
-        ASSERT_TRUE(arrays);
-        ASSERT_TRUE(dictionaries);
+        ASSERT_TRUE(strings && arrays && dictionaries);
         svc = strings->oxinstance;
         ASSERT_NE(svc, nullptr);
     }
-    void TearDown() override {
-        for (OXInstance* i : made) i->destroy(i);
-    }
-    OXInstance* keep(OXInstance* i) {
-        made.push_back(i);
-        return i;
-    }
-
-    OXInstance* u8String() {
-        OXU8String* s = nullptr;
-        EXPECT_EQ(strings->createU8(strings.get(), pool, "x", 1, OX_STR_COPY, &s), OX_OK);
-        return keep(&s->instance);
-    }
-    OXInstance* wideString() {
-        const OXChar text[] = {'x'};
-        OXString* s = nullptr;
-        EXPECT_EQ(strings->create(strings.get(), pool, text, 1, OX_STR_COPY, &s), OX_OK);
-        return keep(&s->instance);
-    }
-    OXInstance* data() {
-        OXData* d = nullptr;
-        EXPECT_EQ(strings->createData(strings.get(), pool, "x", 1, &d), OX_OK);
-        return keep(&d->instance);
-    }
-    OXInstance* array() {
-        OXArray a = nullptr;
-        EXPECT_EQ(arrays->create(arrays.get(), pool, 0, &a), OX_OK);
-        return keep(&a->instance);
-    }
-    OXInstance* dictionary() {
-        OXDictionary d = nullptr;
-        EXPECT_EQ(dictionaries->create(dictionaries.get(), pool, 0, &d), OX_OK);
-        return keep(&d->instance);
-    }
-
     // Which of the five type tests say yes, in the order string, wide, data, dictionary, array.
     std::string answers(const OXInstance* i) const {
         std::string out;
@@ -70,62 +32,60 @@ protected:
     oxtest::Service<OXDictionaryExt_S> dictionaries{"oxdictionary"};
     oxtest::TestPool pool;
     OXInstanceSvc_S* svc = nullptr;
-    std::vector<OXInstance*> made;
 };
 
 TEST_F(InstanceService, EachTypeTestAnswersForItsOwnKindOnly) {
-    EXPECT_EQ(answers(u8String()), "10000");
-    EXPECT_EQ(answers(wideString()), "01000");
-    EXPECT_EQ(answers(data()), "00100");
-    EXPECT_EQ(answers(dictionary()), "00010");
-    EXPECT_EQ(answers(array()), "00001");
-}
-
-TEST_F(InstanceService, StaticStringIsAUtf8String) {
-    OXU8String s{};
-    strings->initStaticU8(strings.get(), &s, "abc", 3);
-    EXPECT_EQ(answers(&s.instance), "10000");
+    const OXChar wide[] = {'x'};
+    OXU8String* u8 = nullptr;
+    OXString* w = nullptr;
+    OXData* data = nullptr;
+    OXDictionary dict = nullptr;
+    OXArray array = nullptr;
+    ASSERT_EQ(strings->createU8(strings.get(), pool, "x", 1, OX_STR_COPY, &u8), OX_OK);
+    ASSERT_EQ(strings->create(strings.get(), pool, wide, 1, OX_STR_COPY, &w), OX_OK);
+    ASSERT_EQ(strings->createData(strings.get(), pool, "x", 1, &data), OX_OK);
+    ASSERT_EQ(dictionaries->create(dictionaries.get(), pool, 0, &dict), OX_OK);
+    ASSERT_EQ(arrays->create(arrays.get(), pool, 0, &array), OX_OK);
+    OXU8String fixed{};
+    strings->initStaticU8(strings.get(), &fixed, "abc", 3);
+    const std::pair<OXInstance*, const char*> cases[] = {
+        {&u8->instance, "10000"},   {&fixed.instance, "10000"},  {&w->instance, "01000"}, {&data->instance, "00100"},
+        {&dict->instance, "00010"}, {&array->instance, "00001"}, {nullptr, "00000"},
+    };
+    for (const auto& [inst, expected] : cases) EXPECT_EQ(answers(inst), expected);
+    EXPECT_TRUE(svc->isType(&u8->instance, OX_TYPE_U8STRING));
+    EXPECT_FALSE(svc->isType(&u8->instance, OX_TYPE_STRING));
+    EXPECT_FALSE(svc->isType(&u8->instance, "OXU8"));
+    EXPECT_FALSE(svc->isType(&u8->instance, nullptr));
+    EXPECT_FALSE(svc->isType(nullptr, OX_TYPE_ARRAY));
+    EXPECT_EQ(u8->extHandle->oxinstance, svc);
+    for (OXInstance* i : {&u8->instance, &w->instance, &data->instance, &dict->instance, &array->instance})
+        i->destroy(i);
 }
 
 TEST_F(InstanceService, TypeTestByNameUsesTheInstancesOwnAnswer) {
-    OXInstance* s = u8String();
-    EXPECT_TRUE(svc->isType(s, OX_TYPE_U8STRING));
-    EXPECT_FALSE(svc->isType(s, OX_TYPE_STRING));
-    EXPECT_FALSE(svc->isType(s, "OXU8"));
-
     OXInstance custom{};
     custom.generic.name = "oxs3Connection";
     custom.isType = [](const void*, const char* name) -> OXBoolean { return std::string(name) == "oxs3Connection"; };
     EXPECT_TRUE(svc->isType(&custom, "oxs3Connection"));
     EXPECT_EQ(answers(&custom), "00000");
-}
-
-TEST_F(InstanceService, NothingIsNoType) {
-    EXPECT_EQ(answers(nullptr), "00000");
-    EXPECT_FALSE(svc->isType(nullptr, OX_TYPE_ARRAY));
-    EXPECT_FALSE(svc->isType(u8String(), nullptr));
     OXInstance headless{};
     EXPECT_FALSE(svc->isType(&headless, OX_TYPE_ARRAY));
 }
 
-TEST_F(InstanceService, EveryStringServiceRecordSharesOneInstanceService) {
+TEST_F(InstanceService, IsOneSharedRecordCarryingTheReaders) {
     oxtest::Service<OXStringExt_S> another("oxstring");
     ASSERT_TRUE(another);
     EXPECT_EQ(another->oxinstance, svc);
-    EXPECT_EQ(reinterpret_cast<OXU8String*>(u8String())->extHandle->oxinstance, svc);
-}
-
-TEST_F(InstanceService, CarriesTheReaders) {
+    EXPECT_EQ(svc->generic.destroy(svc), OX_OK);  // leaves it in place
+    EXPECT_EQ(strings->oxinstance, svc);
     EXPECT_NE(svc->readConfigFile, nullptr);
     EXPECT_NE(svc->parseConfigText, nullptr);
     ASSERT_NE(svc->oxinstjson, nullptr);
-    EXPECT_NE(svc->oxinstjson->parse, nullptr);
-}
-
-TEST_F(InstanceService, DestroyingItLeavesItInPlace) {
-    EXPECT_EQ(svc->generic.destroy(svc), OX_OK);
-    EXPECT_EQ(strings->oxinstance, svc);
-    EXPECT_EQ(answers(array()), "00001");
+    OXInstance* root = nullptr;
+    ASSERT_EQ(svc->oxinstjson->parse(svc->oxinstjson, pool, R"(["b"])", 5, &root, nullptr), OX_OK);
+    EXPECT_EQ(answers(root), "00001");
+    root->destroy(root);
 }
 
 }  // namespace

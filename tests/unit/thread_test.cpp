@@ -3,9 +3,9 @@
 #include <pthread.h>
 
 #include <atomic>
-#include <memory>
 #include <string>
 #include <thread>
+#include <tuple>
 #include <vector>
 
 #include "ox/status.h"
@@ -18,14 +18,9 @@ using oxtest::host;
 
 constexpr int64_t kPatienceMs = 10000;
 
-struct EventDestroy {
-    void operator()(OX_EVENT_S* ev) const { ev->generic.destroy(ev); }
-};
-using EventPtr = std::unique_ptr<OX_EVENT_S, EventDestroy>;
-
-EventPtr makeEvent() {
+OX_EVENT_S* makeEvent() {
     OXEventCreateParms parms{};
-    return EventPtr(host()->eventCreate(host(), &parms, nullptr, "thread test event"));
+    return host()->eventCreate(host(), &parms, nullptr, "thread test event");
 }
 
 // What a test thread is told and what it reports back.
@@ -41,161 +36,93 @@ OXStatus workMain(OX_THREAD_S* self, void* parms) {
     auto* work = static_cast<Work*>(parms);
     work->seenSelf = self;
     pthread_getname_np(pthread_self(), work->osName, sizeof work->osName);
-    if (work->go) work->go->wait(work->go, OX_WAIT_FOREVER);
+    if (work->go) work->go->wait(work->go, kPatienceMs);
     if (work->counter) ++*work->counter;
     return work->result;
 }
 
-class Threads : public ::testing::Test {
-protected:
-    // An empty name is passed as no name at all.
-    OX_THREAD_S* start(Work& work, const std::u32string& name = U"worker", OX_EVENT_S* entrE = nullptr,
-                       OX_EVENT_S* exitE = nullptr, OXMemSize stackSize = 0) {
-        OXThreadCreateParms parms{};
-        parms.main = workMain;
-        parms.parms = &work;
-        parms.entrE = entrE;
-        parms.exitE = exitE;
-        parms.stackSize = stackSize;
-        return host()->threadCreate(host(), &parms, nullptr, name.empty() ? nullptr : chars(name), name.size());
-    }
-    static void finish(OX_THREAD_S* t) { ASSERT_EQ(t->generic.destroy(t), OX_OK); }
-};
-
-TEST_F(Threads, PostsEntryWhenRunningAndExitAfterMainReturns) {
-    EventPtr go = makeEvent(), entry = makeEvent(), exit = makeEvent();
-    Work work;
-    work.go = go.get();
-    OX_THREAD_S* t = start(work, U"worker", entry.get(), exit.get());
-    ASSERT_NE(t, nullptr);
-    EXPECT_EQ(t->oxtExitH, exit.get());
-    ASSERT_EQ(entry->wait(entry.get(), kPatienceMs), OX_OK);
-    EXPECT_FALSE(exit->test(exit.get()));
-    EXPECT_FALSE(t->done(t));
-    go->post(go.get());
-    ASSERT_EQ(exit->wait(exit.get(), kPatienceMs), OX_OK);
-    EXPECT_TRUE(t->done(t));
-    EXPECT_TRUE(t->doneflag);
-    finish(t);
+// An empty name is passed as no name at all.
+OX_THREAD_S* start(Work& work, const std::u32string& name, OXMemSize stackSize = 0, OX_EVENT_S* entrE = nullptr,
+                   OX_EVENT_S* exitE = nullptr) {
+    OXThreadCreateParms parms{};
+    parms.main = workMain;
+    parms.parms = &work;
+    parms.entrE = entrE;
+    parms.exitE = exitE;
+    parms.stackSize = stackSize;
+    return host()->threadCreate(host(), &parms, nullptr, name.empty() ? nullptr : chars(name), name.size());
 }
 
-TEST_F(Threads, HasItsOwnExitEventWhenNoneIsGiven) {
+TEST(Threads, PostEntryThenExitAndReportWhatMainReturned) {
+    OX_EVENT_S *go = makeEvent(), *entry = makeEvent(), *exit = makeEvent();
     Work work;
-    OX_THREAD_S* t = start(work);
-    ASSERT_NE(t, nullptr);
-    ASSERT_NE(t->oxtExitH, nullptr);
-    EXPECT_EQ(t->oxtExitH->wait(t->oxtExitH, kPatienceMs), OX_OK);
-    EXPECT_TRUE(t->done(t));
-    finish(t);
-}
-
-TEST_F(Threads, ReportsWhatMainReturned) {
-    Work work;
+    work.go = go;
     work.result = OX_NOT_FOUND;
-    OX_THREAD_S* t = start(work);
+    OX_THREAD_S* t = start(work, U"worker", 0, entry, exit);
     ASSERT_NE(t, nullptr);
-    ASSERT_EQ(t->wait(t, kPatienceMs), OX_OK);
+    EXPECT_EQ(t->oxtExitH, exit);
+    ASSERT_EQ(entry->wait(entry, kPatienceMs), OX_OK);
+    EXPECT_EQ(t->wait(t, 20), OX_TIMED_OUT);
+    EXPECT_FALSE(exit->test(exit) || t->done(t));
+    go->post(go);
+    ASSERT_EQ(exit->wait(exit, kPatienceMs), OX_OK);
+    EXPECT_TRUE(t->done(t) && t->doneflag);
     EXPECT_EQ(t->status, OX_NOT_FOUND);
     EXPECT_EQ(work.seenSelf, t);
-    finish(t);
-}
-
-TEST_F(Threads, WaitTimesOutWhileMainRuns) {
-    EventPtr go = makeEvent();
-    Work work;
-    work.go = go.get();
-    OX_THREAD_S* t = start(work);
-    ASSERT_NE(t, nullptr);
-    EXPECT_EQ(t->wait(t, 20), OX_TIMED_OUT);
-    EXPECT_FALSE(t->doneflag);
-    go->post(go.get());
-    EXPECT_EQ(t->wait(t, OX_WAIT_FOREVER), OX_OK);
-    finish(t);
-}
-
-TEST_F(Threads, WaitStillWorksWhenTheCallerClearsItsExitEvent) {
-    EventPtr exit = makeEvent();
-    Work work;
-    OX_THREAD_S* t = start(work, U"worker", nullptr, exit.get());
-    ASSERT_NE(t, nullptr);
-    ASSERT_EQ(exit->wait(exit.get(), kPatienceMs), OX_OK);
-    exit->clear(exit.get());
+    exit->clear(exit);  // the caller's event is the caller's to clear
     EXPECT_EQ(t->wait(t, 0), OX_OK);
-    finish(t);
+    ASSERT_EQ(t->generic.destroy(t), OX_OK);
+    for (OX_EVENT_S* e : {go, entry, exit}) e->generic.destroy(e);
 }
 
-TEST_F(Threads, OsNameIsTheNameCutToFifteenBytes) {
-    Work work;
-    OX_THREAD_S* t = start(work, U"oxs3-transfer-worker-12");
-    ASSERT_NE(t, nullptr);
-    ASSERT_EQ(t->wait(t, kPatienceMs), OX_OK);
-    EXPECT_STREQ(work.osName, "oxs3-transfer-w");
-    EXPECT_STREQ(t->generic.name, "oxs3-transfer-worker-12");
-    finish(t);
+// The OS name is cut to fifteen bytes, never inside a character; a thread without a name or
+// an exit event gets its own, and a tiny stack is raised to what a thread needs.
+TEST(Threads, NamesAndDefaults) {
+    const std::tuple<std::u32string, const char*, const char*> cases[] = {
+        {U"oxs3-transfer-worker-12", "oxs3-transfer-w", "oxs3-transfer-worker-12"},
+        {U"abcdefghijklmnü", "abcdefghijklmn", "abcdefghijklmnü"},  // ü would take bytes 15 and 16
+        {U"", nullptr, nullptr},
+    };
+    for (const auto& [name, osName, fullName] : cases) {
+        Work work;
+        OX_THREAD_S* t = start(work, name, 1);
+        ASSERT_TRUE(t && t->oxtExitH);
+        ASSERT_EQ(t->oxtExitH->wait(t->oxtExitH, kPatienceMs), OX_OK);
+        EXPECT_TRUE(t->done(t));
+        if (osName) {
+            EXPECT_STREQ(work.osName, osName);
+            EXPECT_STREQ(t->generic.name, fullName);
+        }
+        EXPECT_STRNE(t->generic.name, "");
+        ASSERT_EQ(t->generic.destroy(t), OX_OK);
+    }
 }
 
-TEST_F(Threads, OsNameIsNeverCutInsideACharacter) {
-    Work work;
-    OX_THREAD_S* t = start(work, U"abcdefghijklmnü");  // the ü would take bytes 15 and 16
-    ASSERT_NE(t, nullptr);
-    ASSERT_EQ(t->wait(t, kPatienceMs), OX_OK);
-    EXPECT_STREQ(work.osName, "abcdefghijklmn");
-    EXPECT_STREQ(t->generic.name, "abcdefghijklmnü");
-    finish(t);
-}
-
-TEST_F(Threads, DestroyJoinsARunningThread) {
+TEST(Threads, DestroyJoinsRunningThreads) {
     std::atomic<int> finished{0};
-    Work work;
-    work.counter = &finished;
-    EventPtr go = makeEvent();
-    work.go = go.get();
-    OX_THREAD_S* t = start(work);
-    ASSERT_NE(t, nullptr);
-    std::thread poster([&] { go->post(go.get()); });
-    finish(t);
-    EXPECT_EQ(finished.load(), 1);
-    poster.join();
-}
-
-TEST_F(Threads, ManyThreadsRunToCompletion) {
-    std::atomic<int> finished{0};
+    OX_EVENT_S* go = makeEvent();
     std::vector<Work> works(16);
     std::vector<OX_THREAD_S*> threads;
     for (Work& w : works) {
         w.counter = &finished;
-        threads.push_back(start(w, U"many", nullptr, nullptr, 64 * 1024));
+        w.go = go;
+        threads.push_back(start(w, U"many", 64 * 1024));
         ASSERT_NE(threads.back(), nullptr);
     }
-    for (OX_THREAD_S* t : threads) finish(t);
+    std::thread poster([&] { go->post(go); });
+    for (OX_THREAD_S* t : threads) ASSERT_EQ(t->generic.destroy(t), OX_OK);
     EXPECT_EQ(finished.load(), 16);
+    poster.join();
+    go->generic.destroy(go);
 }
 
-TEST_F(Threads, TinyStackIsRaisedToTheMinimum) {
-    Work work;
-    OX_THREAD_S* t = start(work, U"tiny", nullptr, nullptr, 1);
-    ASSERT_NE(t, nullptr);
-    EXPECT_EQ(t->wait(t, kPatienceMs), OX_OK);
-    finish(t);
-}
-
-TEST_F(Threads, MissingMainIsRejectedAndJournalled) {
+TEST(Threads, MissingMainIsRejectedAndJournalled) {
     OXThreadCreateParms parms{};
     OXJournal jnl{};
-    std::u32string name = U"nothing";
-    EXPECT_EQ(host()->threadCreate(host(), &parms, &jnl, chars(name), name.size()), nullptr);
+    EXPECT_EQ(host()->threadCreate(host(), &parms, &jnl, chars(U"nothing"), 7), nullptr);
     ASSERT_EQ(jnl.count, 1u);
     EXPECT_EQ(jnl.entries[0].status, OX_INVALID_ARGUMENT);
-    EXPECT_EQ(host()->threadCreate(host(), nullptr, nullptr, chars(name), name.size()), nullptr);
-}
-
-TEST_F(Threads, UnnamedThreadGetsADefaultName) {
-    Work work;
-    OX_THREAD_S* t = start(work, U"");
-    ASSERT_NE(t, nullptr);
-    ASSERT_EQ(t->wait(t, kPatienceMs), OX_OK);
-    EXPECT_STRNE(t->generic.name, "");
-    finish(t);
+    EXPECT_EQ(host()->threadCreate(host(), nullptr, nullptr, chars(U"nothing"), 7), nullptr);
 }
 
 }  // namespace
