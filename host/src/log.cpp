@@ -169,8 +169,10 @@ int oxLoggerEffectiveLevel(const Logger_S* logger) { return logger ? effectiveLe
 
 void oxLogConfigure(const char* levelText, const char* fileText) {
     ox::log::LevelSettings settings = settingsFromText(levelText);
-    ox::log::setOutput(fileText ? fileText : "");
+    // The registry reads the environment's configuration on first use: make it before the
+    // output is set, or that first read would undo this one.
     Registry& r = registry();
+    ox::log::setOutput(fileText ? fileText : "");
     std::unique_lock lock(r.mutex);
     applySettings(r, std::move(settings));
 }

@@ -82,6 +82,21 @@ typedef struct OXS3DeleteError {
     OXU8String* version;
 } OXS3DeleteError;
 
+/* What a HEAD of an object tells: the answer's headers as texts (absent when the answer lacked
+ * them) and their values. Allocated from the connection's pool. */
+#define OXS3_TYPE_OBJECT_INFORMATION "oxs3ObjectInformation"
+typedef struct OXS3ObjectInformation_S {
+    OXInstance instance;
+    OX_POOL_S* pool;
+    OXStatus (*release)(struct OXS3ObjectInformation_S* info); /* drops a reference, as destroy */
+    UTF8Str lastModified; /* "Last-Modified", terminated */
+    UTF8Str contentType;  /* "Content-Type" */
+    UTF8Str eTag;         /* "ETag", quotes included */
+    OXBoolean hasContentLength;
+    OXMemSize contentLength; /* 0 without "Content-Length" */
+    OXDateTime lastModifiedDate; /* 0 without "Last-Modified" */
+} OXS3ObjectInformation;
+
 OX_END_DECLS
 
 #endif

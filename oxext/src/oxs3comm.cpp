@@ -5,6 +5,7 @@
 
 #include "ox/status.h"
 #include "oxs3areas.h"
+#include "oxs3bucket.h"
 #include "oxs3log.h"
 
 namespace s3 {
@@ -87,7 +88,7 @@ void unloadServices(OXS3Extension* ext) {
 void fillSlots(OXS3Extension* ext) {
     setConnectionOps(ext);
     setACLFunctions(ext);
-    ext->validBucketName = nullptr;   // joins with the bucket area
+    ext->validBucketName = validBucketName;
     setPathOps(ext);
     setConfigOps(ext);
     setFileOps(ext);

@@ -5,6 +5,7 @@
 #include "ox/status.h"
 #include "ox/webclient.h"
 #include "oxs3areas.h"
+#include "oxs3bucket.h"
 #include "oxs3connection.h"
 #include "oxs3encode.h"
 #include "oxs3encrypt.h"
@@ -40,6 +41,7 @@ void fillConnectionSlots(OXS3Connection connection) {
     connection->close = oxs3ConnectionClose;
     connection->clone = oxs3ConnectionClone;
     connection->setEncryption = oxs3ConnectionSetEncryption;
+    setBucketOps(connection);
 }
 
 // A zero-filled record with its head and slots, held so any later failure releases it.

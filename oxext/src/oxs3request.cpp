@@ -79,11 +79,22 @@ Addressing addressingOf(OXS3Connection connection, HTConnection http) {
     return {used, given && http != connection->htConnection, host ? host : ""};
 }
 
+// A server on a port other than its scheme's own sees the port in the Host header (a proxy
+// writes it there too), so the signed Host must carry it or the signatures differ.
+void appendPortIfNotDefault(TextBuffer& host, HTConnection http) {
+    if (!http || http->port == 0 || http->port == (http->useSSL ? 443 : 80)) return;
+    char port[8];
+    int n = std::snprintf(port, sizeof port, ":%u", static_cast<unsigned>(http->port));
+    host.append(std::string_view(port, static_cast<size_t>(n)));
+}
+
 OXStatus setHostHeader(OXS3Connection connection, const Addressing& to, const RequestTarget* target,
                        std::string_view bucket, OXDictionary headers) {
     TextBuffer host(connection->pool);
+    HTConnection server = to.http;
     if (target && target->connection) {
-        host.append(target->connection->host ? target->connection->host : "");
+        server = target->connection;
+        host.append(server->host ? server->host : "");
     } else if (to.otherHttp) {
         host.append(to.baseHost);
     } else if (!bucket.empty() && connection->endPoint->region != Test_Region &&
@@ -94,6 +105,7 @@ OXStatus setHostHeader(OXS3Connection connection, const Addressing& to, const Re
     } else {
         host.append(to.baseHost);
     }
+    appendPortIfNotDefault(host, server);
     return host.status() == OX_OK ? setText(headers, kHostHeader, host.view()) : host.status();
 }
 

@@ -2,9 +2,6 @@
 // answers. Each must end in a named status, leave no socket behind, and let the next request
 // start afresh.
 #include <gtest/gtest.h>
-#include <netinet/in.h>
-#include <sys/socket.h>
-#include <unistd.h>
 
 #include <cerrno>
 #include <chrono>
@@ -209,15 +206,12 @@ TEST_F(HttpFaults, MapsStatusesThroughTheTableWithOnlyBodilessServerErrorsTransi
 }
 
 TEST_F(HttpFaults, RefusedConnectionsFailToConnect) {
-    int fd = ::socket(AF_INET, SOCK_STREAM, 0);
-    sockaddr_in addr{};
-    addr.sin_family = AF_INET;
-    addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t len = sizeof addr;
-    ASSERT_EQ(::bind(fd, reinterpret_cast<sockaddr*>(&addr), sizeof addr), 0);
-    ASSERT_EQ(::getsockname(fd, reinterpret_cast<sockaddr*>(&addr), &len), 0);
-    ::close(fd);  // nothing listens there now
-    auto refused = connect("127.0.0.1", ntohs(addr.sin_port));
+    uint16_t port;
+    {
+        FaultServer gone;
+        port = gone.port();
+    }  // nothing listens there now
+    auto refused = connect("127.0.0.1", port);
     EXPECT_EQ(refused->open(refused.get()), OX_HTTP_CONNECT_FAILED);
     EXPECT_EQ(refused->tcpError, ECONNREFUSED);
     EXPECT_EQ(refused->state, htStateClosed);

@@ -48,29 +48,24 @@ TEST_F(InstanceService, EachTypeTestAnswersForItsOwnKindOnly) {
     ASSERT_EQ(arrays->create(arrays.get(), pool, 0, &array), OX_OK);
     OXU8String fixed{};
     strings->initStaticU8(strings.get(), &fixed, "abc", 3);
+    OXInstance custom{};  // answers only to its own type name
+    custom.isType = [](const void*, const char* name) -> OXBoolean { return std::string(name) == "oxs3Connection"; };
     const std::pair<OXInstance*, const char*> cases[] = {
         {&u8->instance, "10000"},   {&fixed.instance, "10000"},  {&w->instance, "01000"}, {&data->instance, "00100"},
-        {&dict->instance, "00010"}, {&array->instance, "00001"}, {nullptr, "00000"},
+        {&dict->instance, "00010"}, {&array->instance, "00001"}, {&custom, "00000"},     {nullptr, "00000"},
     };
     for (const auto& [inst, expected] : cases) EXPECT_EQ(answers(inst), expected);
     EXPECT_TRUE(svc->isType(&u8->instance, OX_TYPE_U8STRING));
     EXPECT_FALSE(svc->isType(&u8->instance, OX_TYPE_STRING));
     EXPECT_FALSE(svc->isType(&u8->instance, "OXU8"));
     EXPECT_FALSE(svc->isType(&u8->instance, nullptr));
+    EXPECT_TRUE(svc->isType(&custom, "oxs3Connection"));
+    OXInstance headless{};
+    EXPECT_FALSE(svc->isType(&headless, OX_TYPE_ARRAY));
     EXPECT_FALSE(svc->isType(nullptr, OX_TYPE_ARRAY));
     EXPECT_EQ(u8->extHandle->oxinstance, svc);
     for (OXInstance* i : {&u8->instance, &w->instance, &data->instance, &dict->instance, &array->instance})
         i->destroy(i);
-}
-
-TEST_F(InstanceService, TypeTestByNameUsesTheInstancesOwnAnswer) {
-    OXInstance custom{};
-    custom.generic.name = "oxs3Connection";
-    custom.isType = [](const void*, const char* name) -> OXBoolean { return std::string(name) == "oxs3Connection"; };
-    EXPECT_TRUE(svc->isType(&custom, "oxs3Connection"));
-    EXPECT_EQ(answers(&custom), "00000");
-    OXInstance headless{};
-    EXPECT_FALSE(svc->isType(&headless, OX_TYPE_ARRAY));
 }
 
 TEST_F(InstanceService, IsOneSharedRecordCarryingTheReaders) {
@@ -79,9 +74,7 @@ TEST_F(InstanceService, IsOneSharedRecordCarryingTheReaders) {
     EXPECT_EQ(another->oxinstance, svc);
     EXPECT_EQ(svc->generic.destroy(svc), OX_OK);  // leaves it in place
     EXPECT_EQ(strings->oxinstance, svc);
-    EXPECT_NE(svc->readConfigFile, nullptr);
-    EXPECT_NE(svc->parseConfigText, nullptr);
-    ASSERT_NE(svc->oxinstjson, nullptr);
+    EXPECT_TRUE(svc->readConfigFile && svc->parseConfigText && svc->oxinstjson);
     OXInstance* root = nullptr;
     ASSERT_EQ(svc->oxinstjson->parse(svc->oxinstjson, pool, R"(["b"])", 5, &root, nullptr), OX_OK);
     EXPECT_EQ(answers(root), "00001");

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <cstdlib>
 #include <fstream>
 #include <regex>
 #include <string>
@@ -101,29 +102,50 @@ TEST_F(Logging, LevelTextSetsDefaultAndPerLoggerLevels) {
 
 // ---- OXLOG_FILE and the line written
 
+void log(const char* name, int level, const char32_t* message, const char* line = "42",
+         std::string_view src = "/src/oxext/src/oxs3conn.cpp") {
+    Logger_S* l = logger(name);
+    l->logSvcs->LogEvent(l, level, 0, 0, 0, line, src.data(), src.size(), reinterpret_cast<const OXChar*>(message), 0);
+}
+
+std::vector<std::string> linesOf(const std::string& path) {
+    std::ifstream in(path);
+    std::vector<std::string> out;
+    for (std::string line; std::getline(in, line);) out.push_back(line);
+    return out;
+}
+
 class LogOutput : public Logging {
 protected:
     void SetUp() override {
-        unlink(path.c_str());
+        Logging::SetUp();      // starts the framework; a fresh start is LogStartup's business
+        unlink(path.c_str());  // a process that crashed with this id may have left it
         oxLogConfigure("info", path.c_str());
     }
     void TearDown() override {
         Logging::TearDown();
         unlink(path.c_str());
     }
-    std::vector<std::string> lines() const {
-        std::ifstream in(path);
-        std::vector<std::string> out;
-        for (std::string line; std::getline(in, line);) out.push_back(line);
-        return out;
-    }
-    static void log(const char* name, int level, const char32_t* message, const char* line = "42",
-                    std::string_view src = "/src/oxext/src/oxs3conn.cpp") {
-        Logger_S* l = logger(name);
-        l->logSvcs->LogEvent(l, level, 0, 0, 0, line, src.data(), src.size(), reinterpret_cast<const OXChar*>(message), 0);
-    }
+    std::vector<std::string> lines() const { return linesOf(path); }
     const std::string path = ::testing::TempDir() + "oxlog_" + std::to_string(getpid()) + ".log";
 };
+
+// Run in a new process of its own, where nothing has used the logging framework yet: starting
+// it must not undo the configuration that started it.
+TEST(LogStartup, FirstConfigurationInAFreshProcessIsKept) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    const std::string path = ::testing::TempDir() + "oxlog_first_" + std::to_string(getpid()) + ".log";
+    EXPECT_EXIT(
+        {
+            unlink(path.c_str());
+            oxLogConfigure("info", path.c_str());
+            log("App.ox.first", LL_Info, U"to the file");
+            const bool kept = linesOf(path).size() == 1;
+            unlink(path.c_str());
+            std::exit(kept ? 0 : 1);
+        },
+        ::testing::ExitedWithCode(0), "");
+}
 
 TEST_F(LogOutput, LinesHaveTimeLevelLoggerSourceAndMessageAndAreAppended) {
     log("App.ox.s3", LL_Warn, U"Retrying after 503 — größe");

@@ -45,12 +45,11 @@ TEST(MessageCatalogue, EveryStatusInTheHeaderHasItsOwnSentence) {
     declared.push_back(OX_OK);
     std::set<std::string> seen;
     for (OXStatus s : declared) {
-        const char* text = oxMessageText(s);
-        ASSERT_NE(text, nullptr) << std::hex << static_cast<uint32_t>(s);
+        const std::string t = oxMessageText(s) ? oxMessageText(s) : "";
         // A sentence: starts with a capital, ends with a full stop, says more than a word or two.
-        std::string t(text);
-        EXPECT_TRUE(t.size() >= 12 && std::isupper(static_cast<unsigned char>(t.front())) && t.back() == '.') << t;
-        EXPECT_TRUE(seen.insert(t).second) << "shared text: " << t;
+        EXPECT_TRUE(t.size() >= 12 && std::isupper(static_cast<unsigned char>(t.front())) && t.back() == '.')
+            << std::hex << static_cast<uint32_t>(s) << ": \"" << t << '"';
+        EXPECT_TRUE(t.empty() || seen.insert(t).second) << "shared text: " << t;
     }
     EXPECT_EQ(oxMessageText(kRegion), nullptr);
 }
@@ -87,24 +86,25 @@ TEST_F(ModuleMessages, RegisteredTableGivesItsTextsUntilUnregisteredButNeverOver
     EXPECT_EQ(oxMessageRegister(nullptr, 3), OX_INVALID_ARGUMENT);
 }
 
+// Every thread does a fixed amount of work: the catalogue's lock may let readers hold off the
+// writer, and the test must still end.
 TEST_F(ModuleMessages, LookupsStaySafeWhileTablesComeAndGo) {
-    std::atomic<bool> stop{false};
     std::atomic<int> wrongTexts{0};
-    std::vector<std::thread> readers;
+    std::vector<std::thread> threads;
+    threads.emplace_back([] {
+        for (int i = 0; i < 2000; ++i) {
+            oxMessageRegister(kTable, std::size(kTable));
+            oxMessageUnregister(kTable);
+        }
+    });
     for (int r = 0; r < 3; ++r)
-        readers.emplace_back([&] {
-            while (!stop.load()) {
+        threads.emplace_back([&] {
+            for (int i = 0; i < 20000; ++i) {
                 const char* text = oxMessageText(kRegion);
-                if (text && std::string(text) != kTable[0].text) ++wrongTexts;
-                if (!oxMessageText(OX_NO_MEMORY)) ++wrongTexts;
+                wrongTexts += (text && std::string(text) != kTable[0].text) || !oxMessageText(OX_NO_MEMORY);
             }
         });
-    for (int i = 0; i < 2000; ++i) {
-        EXPECT_EQ(oxMessageRegister(kTable, std::size(kTable)), OX_OK);
-        oxMessageUnregister(kTable);
-    }
-    stop = true;
-    for (auto& t : readers) t.join();
+    for (auto& t : threads) t.join();
     EXPECT_EQ(wrongTexts.load(), 0);
 }
 
