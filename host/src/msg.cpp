@@ -106,9 +106,11 @@ constexpr OXMessage kHostMessages[] = {
     {OX_CONFIG_BAD_SECTION, "The configuration file has a malformed section header."},
 };
 
+// A module loaded twice registers its table twice; it stays until the last unregistration.
 struct Table {
     const OXMessage* entries;
     size_t count;
+    int registrations;
 };
 
 // Registered module tables, in registration order. Never destroyed: modules may still look
@@ -159,10 +161,11 @@ OXStatus oxMessageRegister(const OXMessage* table, size_t count) {
     auto known = std::find_if(r.tables.begin(), r.tables.end(), [&](const Table& t) { return t.entries == table; });
     if (known != r.tables.end()) {
         known->count = count;
+        ++known->registrations;
         return OX_OK;
     }
     try {
-        r.tables.push_back({table, count});
+        r.tables.push_back({table, count, 1});
     } catch (...) {
         return OX_NO_MEMORY;
     }
@@ -172,5 +175,6 @@ OXStatus oxMessageRegister(const OXMessage* table, size_t count) {
 void oxMessageUnregister(const OXMessage* table) {
     Registry& r = registry();
     std::unique_lock lock(r.mutex);
-    std::erase_if(r.tables, [&](const Table& t) { return t.entries == table; });
+    auto known = std::find_if(r.tables.begin(), r.tables.end(), [&](const Table& t) { return t.entries == table; });
+    if (known != r.tables.end() && --known->registrations == 0) r.tables.erase(known);
 }

@@ -37,10 +37,7 @@ OXStatus getEKSServiceAccountCredentials(OXS3Extension* ext, OX_POOL_S* pool, co
 OXStatus registerMessages();
 void unregisterMessages();
 
-}  // namespace s3
-
-namespace s3 {
-
+// The entry's own operations (oxs3comm.cpp).
 OXStatus oxs3GetReqVersion(OXS3Extension* ext, uint64_t* major, uint64_t* minor, uint64_t* revision);
 OXStatus oxs3GetVersion(OXS3Extension* ext, uint64_t* major, uint64_t* minor, uint64_t* revision);
 OXStatus oxs3RealDestroy(OXS3Extension* ext);

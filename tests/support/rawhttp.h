@@ -21,8 +21,8 @@ struct RawHttpResponse {
 };
 
 // Connects to host:port (a name or a literal address), sends request as it is and reads the
-// response until its announced length, the end of its chunks or the peer's close. The request
-// should say "Connection: close". timeoutMs bounds the connect and each wait for data.
+// response until the peer closes, so the request must say "Connection: close". timeoutMs bounds
+// the connect and each wait for data.
 RawHttpResponse rawHttpExchange(const std::string& host, int port, std::string_view request,
                                 int timeoutMs = 10000);
 

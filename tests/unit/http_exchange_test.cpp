@@ -147,7 +147,7 @@ TEST_F(HttpExchange, HeadNoContentAndNotModifiedCarryNoBody) {
 }
 
 TEST_F(HttpExchange, LooksUpResponseHeadersIgnoringCase) {
-    server.push(FaultReply::ok("", "ETag: \"e1\"\r\nx-amz-meta-Color:  blue \r\nX-Empty:\r\nx-dup: 1\r\nX-Dup: 2\r\n"));
+    server.push(FaultReply::ok("", "ETag: \"e1\"\r\nx-amz-meta-Color:\t blue \t\r\nX-Empty:\r\nx-dup: 1\r\nX-Dup: 2\r\n"));
     auto r = exchange(c(), httpGet, "/");
     EXPECT_STREQ(r.status.statusText, "OK");
     EXPECT_EQ(responseHeader(c(), "ETAG"), "\"e1\"");

@@ -9,7 +9,6 @@
 #include <thread>
 
 #include "httptest.h"
-#include "ox/msg.h"
 
 namespace {
 
@@ -187,7 +186,9 @@ TEST_F(HttpFaults, MapsStatusesThroughTheTableWithOnlyBodilessServerErrorsTransi
         OXStatus expected;
         bool transient;
     } cases[] = {
-        {200, "b", OX_HTTP_OK, false},          {206, "b", OX_HTTP_PARTIAL_CONTENT, false},
+        {200, "b", OX_HTTP_OK, false},          {201, "b", OX_HTTP_CREATED, false},
+        {206, "b", OX_HTTP_PARTIAL_CONTENT, false}, {301, "b", OX_HTTP_MOVED_PERMANENTLY, false},
+        {400, "b", OX_HTTP_BAD_REQUEST, false}, {409, "b", OX_HTTP_CONFLICT, false},
         {299, "b", OX_HTTP_OTHER_SUCCESS, false}, {307, "b", OX_HTTP_TEMPORARY_REDIRECT, false},
         {399, "b", OX_HTTP_REDIRECT, false},    {403, "b", OX_HTTP_FORBIDDEN, false},
         {404, "b", OX_HTTP_NOT_FOUND, false},   {416, "b", OX_HTTP_RANGE_NOT_SATISFIABLE, false},
@@ -215,23 +216,6 @@ TEST_F(HttpFaults, RefusedConnectionsFailToConnect) {
     EXPECT_EQ(refused->open(refused.get()), OX_HTTP_CONNECT_FAILED);
     EXPECT_EQ(refused->tcpError, ECONNREFUSED);
     EXPECT_EQ(refused->state, htStateClosed);
-}
-
-TEST(HttpStatuses, EachHasASentenceInTheCatalogue) {
-    for (OXStatus st :
-         {OX_SOCKET_FAILED, OX_SOCKET_TIMED_OUT, OX_TLS_RECORD_FAILED, OX_HTTP_ALREADY_OPEN, OX_HTTP_WRONG_STATE,
-          OX_HTTP_BAD_REQUEST_TEXT, OX_HTTP_BODY_OVERRUN, OX_HTTP_CONNECTION_RESET, OX_HTTP_RESPONSE_TRUNCATED,
-          OX_HTTP_PEER_CLOSED, OX_HTTP_MALFORMED_RESPONSE, OX_HTTP_HEAD_TOO_LARGE, OX_HTTP_BAD_CHUNK,
-          OX_HTTP_BAD_CONTENT_LENGTH, OX_HTTP_CONTINUE, OX_HTTP_OK, OX_HTTP_OTHER_SUCCESS, OX_HTTP_PARTIAL_CONTENT,
-          OX_HTTP_REDIRECT, OX_HTTP_NOT_MODIFIED, OX_HTTP_BAD_REQUEST, OX_HTTP_FORBIDDEN, OX_HTTP_NOT_FOUND,
-          OX_HTTP_PROXY_AUTH_REQUIRED, OX_HTTP_TOO_MANY_REQUESTS, OX_HTTP_CLIENT_ERROR, OX_HTTP_SERVER_ERROR,
-          OX_HTTP_UNAVAILABLE, OX_HTTP_SERVER_ERROR_NO_BODY, OX_HTTP_UNAVAILABLE_NO_BODY,
-          OX_HTTP_VERSION_NOT_SUPPORTED, OX_HTTP_HOST_NOT_FOUND, OX_HTTP_TUNNEL_REFUSED, OX_HTTP_CONNECT_FAILED,
-          OX_HTTP_ABORTED, OX_TLS_HANDSHAKE_FAILED, OX_TLS_CERT_UNTRUSTED, OX_TLS_HOST_MISMATCH, OX_TLS_BAD_OPTIONS}) {
-        const char* text = oxMessageText(st);
-        ASSERT_NE(text, nullptr) << std::hex << st;
-        EXPECT_EQ(std::string(text).back(), '.') << text;
-    }
 }
 
 }  // namespace

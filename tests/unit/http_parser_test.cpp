@@ -61,17 +61,6 @@ TEST(HttpHead, DecidesStatusFramingLengthAndWhetherTheConnectionCloses) {
     }
 }
 
-TEST(HttpHead, FindsFieldsIgnoringCaseAndTrimsBlanks) {
-    const std::string text = "HTTP/1.1 200 Fine\r\nx-AMZ-request-ID:\t abc \r\nEmpty:\r\nx-amz-request-id: 2\r\n\r\n";
-    ResponseHead h;
-    ASSERT_EQ(parse(text, h), OX_OK);
-    EXPECT_EQ(text.substr(h.reasonOff, h.reasonLen), "Fine");
-    EXPECT_EQ(h.fieldCount, 3u);
-    EXPECT_EQ(findField(text, h, "X-Amz-Request-Id").value_or("?"), "abc");
-    EXPECT_EQ(findField(text, h, "empty").value_or("?"), "");
-    EXPECT_FALSE(findField(text, h, "missing"));
-}
-
 TEST(HttpHead, RefusesMalformedHeadsLengthsAndTooManyFields) {
     const std::pair<std::string_view, OXStatus> cases[] = {
         {"HTTP/1.1 20 OK\r\n\r\n", OX_HTTP_MALFORMED_RESPONSE},

@@ -1,12 +1,10 @@
 // Date texts of the web client service: the HTTP and ISO 8601 forms, both ways, always UTC.
-// Every test runs in a local time zone far from UTC, so that any use of local time shows.
 #include <gtest/gtest.h>
 
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
 #include <limits>
-#include <optional>
 #include <random>
 #include <string>
 #include <string_view>
@@ -20,21 +18,12 @@ constexpr OXDateTime kRfcExample = 784111777;    // 1994-11-06T08:49:37Z, the HT
 constexpr OXDateTime kLeapDay2024 = 1709210096;  // 2024-02-29T12:34:56Z
 constexpr OXDateTime kS3Example = 1255369830;    // 2009-10-12T17:50:30Z
 
+// The whole program runs in a local time zone far from UTC, so that any use of local time shows.
+const bool kAwayFromUtc = (setenv("TZ", "America/St_Johns", 1), tzset(), true);
+
 class DateTest : public ::testing::Test {
 protected:
-    void SetUp() override {
-        ASSERT_TRUE(wc) << "the webclient service did not load";
-        if (const char* tz = std::getenv("TZ")) saved_ = tz;
-        setenv("TZ", "America/St_Johns", 1);
-        tzset();
-    }
-    void TearDown() override {
-        if (saved_)
-            setenv("TZ", saved_->c_str(), 1);
-        else
-            unsetenv("TZ");
-        tzset();
-    }
+    void SetUp() override { ASSERT_TRUE(wc && kAwayFromUtc) << "the webclient service did not load"; }
 
     using Formatter = OXStatus (*)(OXDateTime, char*, size_t);
     static std::string format(Formatter f, OXDateTime when) {
@@ -50,9 +39,6 @@ protected:
     }
 
     oxtest::Service<OXWebClient_S> wc{"webclient"};
-
-private:
-    std::optional<std::string> saved_;
 };
 
 TEST_F(DateTest, WritesAndReadsBackKnownInstantsInAllThreeForms) {

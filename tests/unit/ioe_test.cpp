@@ -239,16 +239,6 @@ TEST_F(IoeTest, ModuleEnginesServeEveryLoadOfTheServiceUntilUnregistered) {
     EXPECT_EQ(open(path, OXIOE_WRITE, f, "ECHO"), OX_NOT_SUPPORTED);
     EXPECT_EQ(ioe->unregisterEngine(ioe.get(), "ECHO"), OX_NOT_FOUND);
     EXPECT_EQ(ioe->unregisterEngine(ioe.get(), "DISK"), OX_NOT_FOUND);
-
-    std::vector<std::string> names;  // the table fills up
-    OXStatus st = OX_OK;
-    for (int i = 0; i < 100 && st == OX_OK; ++i) {
-        names.push_back(std::string("E").append(std::to_string(i)));
-        st = ioe->registerEngine(ioe.get(), names.back().c_str(), &echo.rec);
-    }
-    EXPECT_EQ(st, OX_NO_MEMORY);
-    names.pop_back();
-    for (const std::string& name : names) EXPECT_EQ(ioe->unregisterEngine(ioe.get(), name.c_str()), OX_OK);
 }
 
 }  // namespace

@@ -64,15 +64,6 @@ TEST_F(SslOptions, RejectsUnknownNamesAndUnfitValuesLeavingTheSetAsItWas) {
     EXPECT_FALSE(opts->hasValueU8(opts, "VERIFYPEERS", 11));
 }
 
-TEST_F(SslOptions, TakesWideNamesAndValuesAsUtf8) {
-    ASSERT_NE(opts->oxstring, nullptr) << "the secsocket service found no string service";
-    std::u32string name = oxtest::wide("cafile"), value = U"/tmp/caf\u00e9.pem", odd = oxtest::wide("CAFILE\u00e9");
-    ASSERT_EQ(opts->setOption(opts, oxtest::chars(name), name.size(), oxtest::chars(value), value.size()), OX_OK);
-    EXPECT_EQ(get(opts, OX_SSL_CAFILE), "/tmp/caf\xc3\xa9.pem");
-    EXPECT_TRUE(opts->hasValue(opts, oxtest::chars(name), name.size()));
-    EXPECT_FALSE(opts->hasValue(opts, oxtest::chars(odd), odd.size()));
-}
-
 TEST_F(SslOptions, DuplicateLivesInItsOwnPoolAndChangesIndependently) {
     ASSERT_EQ(set(opts, OX_SSL_CAFILE, "/tmp/one.pem"), OX_OK);
     ASSERT_EQ(set(opts, OX_SSL_VERIFYHOST, "false"), OX_OK);

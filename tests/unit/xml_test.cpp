@@ -196,23 +196,6 @@ TEST_F(XmlTest, RunningOutOfMemoryFailsCleanlyAtEveryAllocation) {
     EXPECT_EQ(rec.log.back(), ']');
 }
 
-TEST_F(XmlTest, CreateRefusesMissingPoolOrCallbacksAndStreams) {
-    OXJournal jnl{};
-    int somewhere = 0;
-    for (int i = 0; i < 4; ++i) {
-        XMLCreateParms p = parms();
-        p.jnl = &jnl;
-        if (i == 0) p.usePool = nullptr;
-        if (i == 1) p.callBacks = nullptr;
-        if (i == 2) p.stream = &somewhere;
-        if (i == 3) p.xslStream = &somewhere;
-        XMLParser_S* out = nullptr;
-        EXPECT_EQ(xml->create(xml.get(), &p, &out), i < 2 ? OX_INVALID_ARGUMENT : OX_NOT_SUPPORTED) << i;
-        EXPECT_EQ(out, nullptr);
-    }
-    EXPECT_EQ(jnl.count, 4u) << "creation failures are journalled";
-}
-
 // ---- escaping
 
 std::string escaped(XMLParser_S* p, bool attribute, std::string_view text) {

@@ -20,8 +20,8 @@ OX_API const char* oxMessageText(OXStatus number);
  * (always terminated when bufL > 0). Returns the length the full text needs. */
 OX_API size_t oxMessageFormat(OXStatus number, char* buf, size_t bufL);
 
-/* Adds a table (kept by reference, so it must outlive the registration). Registering the same
- * table twice is harmless. */
+/* Adds a table (kept by reference, so it must outlive the registration). Registrations are
+ * counted: a table registered twice (a module loaded twice) stays until unregistered twice. */
 OX_API OXStatus oxMessageRegister(const OXMessage* table, size_t count);
 OX_API void oxMessageUnregister(const OXMessage* table);
 
