@@ -103,3 +103,70 @@ ox_since() {
   local ms=$(( $(ox_now_ms) - $1 ))
   printf '%d.%03d' $((ms / 1000)) $((ms % 1000))
 }
+
+# The last $1 lines of each non-empty file $2... on stderr, for a failure report.
+ox_show_log_tails() {
+  local lines=$1 f
+  shift
+  for f in "$@"; do
+    [ -s "$f" ] || continue
+    echo "----- last lines of $f" >&2
+    tail -n "$lines" "$f" >&2
+  done
+}
+
+# ---- the stop scripts (each defines log() first)
+
+# Parses "[--keep] DIR" ($3...) into KEEP and DIR, and exits unless DIR is there and holds
+# marker file $1 (or nothing) of the start script named $2.
+ox_stop_setup() {
+  local marker=$1 owner=$2
+  shift 2
+  KEEP=0
+  if [ "${1:-}" = --keep ]; then KEEP=1; shift; fi
+  [ $# -eq 1 ] || { echo "usage: $0 [--keep] DIR" >&2; exit 2; }
+  DIR=$(realpath -m "$1")
+  if ox_refuse_dir "$DIR"; then log "refusing to touch $DIR"; exit 1; fi
+  if [ ! -e "$DIR" ]; then
+    log "nothing at $DIR"
+    exit 0
+  fi
+  if [ ! -f "$DIR/$marker" ] && [ -n "$(ls -A "$DIR" 2>/dev/null)" ]; then
+    log "$DIR is not $owner; left alone"
+    exit 1
+  fi
+}
+
+# The pids recorded in DIR ($1) for daemon $3 (every daemon without $3), in DIR/pids and
+# DIR/run/*.pid, that still run with $2 in their command line, so a reused pid is never hit.
+ox_live_pids() {
+  local dir=$1 marker=$2 name=${3:-} pid files
+  files=("$dir"/run/*.pid)
+  [ -z "$name" ] || files=("$dir/run/$name.pid")
+  { awk -v n="$name" 'n == "" || $1 == n { print $2 }' "$dir/pids" 2>/dev/null
+    cat "${files[@]}" 2>/dev/null
+    echo
+  } | grep -E '^[0-9]+$' | sort -u | while read -r pid; do
+    ox_pid_runs "$pid" "$marker" && echo "$pid"
+  done
+}
+
+# Sends TERM to pids $3..., then KILL to those still running $2 after $1 tenths of a second.
+ox_term_then_kill() {
+  local tenths=$1 marker=$2
+  shift 2
+  [ $# -gt 0 ] || return 0
+  kill -TERM "$@" 2>/dev/null
+  ox_wait_gone "$tenths" "$marker" "$@" || kill -KILL "$@" 2>/dev/null
+  return 0
+}
+
+# Removes DIR unless KEEP is 1, and says so; $1 tells what was stopped.
+ox_stop_finish() {
+  if [ "$KEEP" = 1 ]; then
+    log "stopped $1, kept $DIR"
+  else
+    rm -rf "$DIR"
+    log "stopped $1 and removed $DIR"
+  fi
+}

@@ -27,11 +27,7 @@ T0=$(ox_now_ms)
 log() { echo "[proxy-start $(ox_since "$T0")s] $*" >&2; }
 die() {
   log "ERROR: $*"
-  for f in "$DIR"/log/*.log; do
-    [ -s "$f" ] || continue
-    echo "----- last lines of $f" >&2
-    tail -n 10 "$f" >&2
-  done
+  ox_show_log_tails 10 "$DIR"/log/*.log
   exit 1
 }
 

@@ -58,11 +58,7 @@ die() {
   log "ERROR: $*"
   if [ -d "$DIR/log" ]; then
     log "the logs are in $DIR/log (the server directory is kept for inspection)"
-    for f in "$DIR"/log/client.rgw.log "$DIR"/log/osd.0.log "$DIR"/log/mon.a.log; do
-      [ -s "$f" ] || continue
-      echo "----- last lines of $f" >&2
-      tail -n 12 "$f" >&2
-    done
+    ox_show_log_tails 12 "$DIR"/log/client.rgw.log "$DIR"/log/osd.0.log "$DIR"/log/mon.a.log
   fi
   exit 1
 }

@@ -55,29 +55,23 @@ void relink(Tree* t, Node* parent, Node* old, Node* replacement) {
     if (replacement) replacement->parent = parent;
 }
 
-Node* rotateLeft(Tree* t, Node* x) {
-    Node* y = x->right;
-    x->right = y->left;
-    if (y->left) y->left->parent = x;
+using Side = Node* Node::*;
+
+// Lifts x's child on side up into x's place; x becomes its child on side down.
+Node* rotate(Tree* t, Node* x, Side up, Side down) {
+    Node* y = x->*up;
+    x->*up = y->*down;
+    if (y->*down) (y->*down)->parent = x;
     relink(t, x->parent, x, y);
-    y->left = x;
+    y->*down = x;
     x->parent = y;
     updateHeight(x);
     updateHeight(y);
     return y;
 }
 
-Node* rotateRight(Tree* t, Node* x) {
-    Node* y = x->left;
-    x->left = y->right;
-    if (y->right) y->right->parent = x;
-    relink(t, x->parent, x, y);
-    y->right = x;
-    x->parent = y;
-    updateHeight(x);
-    updateHeight(y);
-    return y;
-}
+Node* rotateLeft(Tree* t, Node* x) { return rotate(t, x, &Node::right, &Node::left); }
+Node* rotateRight(Tree* t, Node* x) { return rotate(t, x, &Node::left, &Node::right); }
 
 // Restores heights and balance on the path from n to the root.
 void rebalanceUp(Tree* t, Node* n) {

@@ -122,16 +122,24 @@ OXStatus eventDestroy(void* self) {
     return OX_OK;
 }
 
-}  // namespace
-
-OX_LOCK_S* oxLockCreate(OX_HNDL_S*, const OXLockCreateParms* parms, OXJournal* jnl, const char* name) {
-    Lock* lock = new (std::nothrow) Lock{};
-    if (!lock) {
+// A lock or event with its name and generic part set; null, journalled, without memory.
+template <class Object>
+Object* newObject(OXJournal* jnl, uint32_t oven, const char* name, OXStatus (*destroy)(void*)) {
+    Object* object = new (std::nothrow) Object{};
+    if (!object) {
         oxlStatusToJnl(jnl, OX_NO_MEMORY, 4);
         return nullptr;
     }
-    lock->name.assign(name);
-    ox::initGeneric(lock->rec.generic, kLockOven, lock->name.text, lockDestroy);
+    object->name.assign(name);
+    ox::initGeneric(object->rec.generic, oven, object->name.text, destroy);
+    return object;
+}
+
+}  // namespace
+
+OX_LOCK_S* oxLockCreate(OX_HNDL_S*, const OXLockCreateParms* parms, OXJournal* jnl, const char* name) {
+    Lock* lock = newObject<Lock>(jnl, kLockOven, name, lockDestroy);
+    if (!lock) return nullptr;
     lock->rec.get = lockGet;
     lock->rec.release = lockRelease;
     lock->rec.getShared = lockGetShared;
@@ -141,13 +149,8 @@ OX_LOCK_S* oxLockCreate(OX_HNDL_S*, const OXLockCreateParms* parms, OXJournal* j
 }
 
 OX_EVENT_S* oxEventCreate(OX_HNDL_S*, const OXEventCreateParms* parms, OXJournal* jnl, const char* name) {
-    Event* ev = new (std::nothrow) Event{};
-    if (!ev) {
-        oxlStatusToJnl(jnl, OX_NO_MEMORY, 4);
-        return nullptr;
-    }
-    ev->name.assign(name);
-    ox::initGeneric(ev->rec.generic, kEventOven, ev->name.text, eventDestroy);
+    Event* ev = newObject<Event>(jnl, kEventOven, name, eventDestroy);
+    if (!ev) return nullptr;
     ev->rec.post = eventPost;
     ev->rec.clear = eventClear;
     ev->rec.test = eventTest;

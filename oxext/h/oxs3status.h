@@ -112,6 +112,8 @@ enum {
     OXS3_KEY_ID_GIVEN_TWICE = OXS3_S(0x8abfc86b),          /* key id both in the path and as an argument */
     OXS3_SECRET_GIVEN_TWICE = OXS3_S(0x8abfc86c),          /* secret both in the path and as an argument */
     OXS3_REGION_GIVEN_TWICE = OXS3_S(0x8abfc86d),          /* region both in the path and as an argument */
+    /* Directories */
+    OXS3_DIRECTORY_NOT_EMPTY = OXS3_S(0x8abfc86e),         /* deleting a directory with keys under it, contents not asked */
     /* Settings and configuration sources */
     OXS3_PROFILE_NOT_FOUND = OXS3_S(0x8abfc87b),           /* the selected AWS profile section does not exist */
     OXS3_ENV_VALUE_TOO_LONG = OXS3_S(0x8abfc87c),          /* an environment value beyond what the extension takes */

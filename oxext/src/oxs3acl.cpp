@@ -136,12 +136,15 @@ OXArray* startAdd(const AddOp& op, OXS3ACL acl, OXS3AccessListType listType, con
     return text ? listOf(acl, listType) : nullptr;
 }
 
-OXStatus aclAddU8(const AddOp& op, OXS3ACL acl, OXS3AccessListType listType, UTF8CStr text) {
+// The add slots of an ACL object, one instance per operation.
+template <const AddOp& op>
+OXStatus aclAddU8(OXS3ACL acl, OXS3AccessListType listType, UTF8CStr text) {
     OXArray* list = startAdd(op, acl, listType, text);
     return list ? aclAdd(acl, *list, op, text) : OX_INVALID_ARGUMENT;
 }
 
-OXStatus aclAddWide(const AddOp& op, OXS3ACL acl, OXS3AccessListType listType, const OXString* text) {
+template <const AddOp& op>
+OXStatus aclAddWide(OXS3ACL acl, OXS3AccessListType listType, const OXString* text) {
     OXArray* list = startAdd(op, acl, listType, text);
     if (!list) return OX_INVALID_ARGUMENT;
     OXStringExt_S* strings = acl->oxs3->oxstring;
@@ -185,15 +188,15 @@ OXStatus parseHeaderValue(OXS3ACL acl, OXArray list, std::string_view text) {
 }
 
 void fillSlots(OXS3ACL acl) {
-    acl->addAddresses = oxs3ACLAddAddresses;
-    acl->addAddressesU8 = oxs3ACLAddAddressesU8;
-    acl->addAddressList = oxs3ACLAddAddressList;
-    acl->addUserIds = oxs3ACLAddUserIds;
-    acl->addUserIdsU8 = oxs3ACLAddUserIdsU8;
-    acl->addUserIdList = oxs3ACLAddUserIdList;
-    acl->addURI = oxs3ACLAddURI;
-    acl->addURIU8 = oxs3ACLAddURIU8;
-    acl->addURIList = oxs3ACLAddURIList;
+    acl->addAddresses = aclAddWide<kAddAddresses>;
+    acl->addAddressesU8 = aclAddU8<kAddAddressesU8>;
+    acl->addAddressList = aclAddWide<kAddAddressList>;
+    acl->addUserIds = aclAddWide<kAddUserIds>;
+    acl->addUserIdsU8 = aclAddU8<kAddUserIdsU8>;
+    acl->addUserIdList = aclAddWide<kAddUserIdList>;
+    acl->addURI = aclAddWide<kAddURI>;
+    acl->addURIU8 = aclAddU8<kAddURIU8>;
+    acl->addURIList = aclAddWide<kAddURIList>;
 }
 
 }  // namespace
@@ -225,34 +228,6 @@ OXStatus oxs3DestroyACL(void* self) {
         if (OXArray list = acl->*header.list) list->instance.destroy(list);
     acl->pool->memFree(acl->pool, acl);
     return OX_OK;
-}
-
-OXStatus oxs3ACLAddAddresses(OXS3ACL acl, OXS3AccessListType listType, const OXString* address) {
-    return aclAddWide(kAddAddresses, acl, listType, address);
-}
-OXStatus oxs3ACLAddAddressesU8(OXS3ACL acl, OXS3AccessListType listType, UTF8CStr address) {
-    return aclAddU8(kAddAddressesU8, acl, listType, address);
-}
-OXStatus oxs3ACLAddAddressList(OXS3ACL acl, OXS3AccessListType listType, const OXString* addresses) {
-    return aclAddWide(kAddAddressList, acl, listType, addresses);
-}
-OXStatus oxs3ACLAddUserIds(OXS3ACL acl, OXS3AccessListType listType, const OXString* userId) {
-    return aclAddWide(kAddUserIds, acl, listType, userId);
-}
-OXStatus oxs3ACLAddUserIdsU8(OXS3ACL acl, OXS3AccessListType listType, UTF8CStr userId) {
-    return aclAddU8(kAddUserIdsU8, acl, listType, userId);
-}
-OXStatus oxs3ACLAddUserIdList(OXS3ACL acl, OXS3AccessListType listType, const OXString* userIds) {
-    return aclAddWide(kAddUserIdList, acl, listType, userIds);
-}
-OXStatus oxs3ACLAddURI(OXS3ACL acl, OXS3AccessListType listType, const OXString* uri) {
-    return aclAddWide(kAddURI, acl, listType, uri);
-}
-OXStatus oxs3ACLAddURIU8(OXS3ACL acl, OXS3AccessListType listType, UTF8CStr uri) {
-    return aclAddU8(kAddURIU8, acl, listType, uri);
-}
-OXStatus oxs3ACLAddURIList(OXS3ACL acl, OXS3AccessListType listType, const OXString* uris) {
-    return aclAddWide(kAddURIList, acl, listType, uris);
 }
 
 // ---- headers

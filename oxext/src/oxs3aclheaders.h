@@ -32,16 +32,6 @@ OXStatus oxs3CreateACL(OXS3Extension* ext, OX_POOL_S* pool, OXS3ACL* acl);
 // The object's destroy: drops a reference; the last releases the lists and the object.
 OXStatus oxs3DestroyACL(void* acl);
 
-OXStatus oxs3ACLAddAddresses(OXS3ACL acl, OXS3AccessListType listType, const OXString* address);
-OXStatus oxs3ACLAddAddressesU8(OXS3ACL acl, OXS3AccessListType listType, UTF8CStr address);
-OXStatus oxs3ACLAddAddressList(OXS3ACL acl, OXS3AccessListType listType, const OXString* addresses);
-OXStatus oxs3ACLAddUserIds(OXS3ACL acl, OXS3AccessListType listType, const OXString* userId);
-OXStatus oxs3ACLAddUserIdsU8(OXS3ACL acl, OXS3AccessListType listType, UTF8CStr userId);
-OXStatus oxs3ACLAddUserIdList(OXS3ACL acl, OXS3AccessListType listType, const OXString* userIds);
-OXStatus oxs3ACLAddURI(OXS3ACL acl, OXS3AccessListType listType, const OXString* uri);
-OXStatus oxs3ACLAddURIU8(OXS3ACL acl, OXS3AccessListType listType, UTF8CStr uri);
-OXStatus oxs3ACLAddURIList(OXS3ACL acl, OXS3AccessListType listType, const OXString* uris);
-
 // "x-amz-acl" with the canned text of access types 0 to 6; any other is OX_INVALID_ARGUMENT.
 OXStatus setCannedACLHeader(OXStringExt_S* strings, OXDictionary headers, OXS3AccessType accessType);
 // The access type whose canned text "x-amz-acl" holds; OX_NOT_FOUND without the header or for

@@ -6,7 +6,9 @@
 #include "ox/webclient.h"
 #include "oxs3areas.h"
 #include "oxs3bucket.h"
+#include "oxs3chunked.h"
 #include "oxs3connection.h"
+#include "oxs3dir.h"
 #include "oxs3encode.h"
 #include "oxs3encrypt.h"
 #include "oxs3instance.h"
@@ -15,6 +17,7 @@
 #include "oxs3regions.h"
 #include "oxs3sign.h"
 #include "oxs3text.h"
+#include "oxs3write.h"
 
 namespace s3 {
 namespace {
@@ -42,6 +45,8 @@ void fillConnectionSlots(OXS3Connection connection) {
     connection->clone = oxs3ConnectionClone;
     connection->setEncryption = oxs3ConnectionSetEncryption;
     setBucketOps(connection);
+    setObjectOps(connection);
+    setDirectoryOps(connection);
 }
 
 // A zero-filled record with its head and slots, held so any later failure releases it.
@@ -278,6 +283,7 @@ OXStatus oxs3ConnectionDestroy(void* self) {
     auto* connection = static_cast<OXS3Connection>(self);
     if (!connection) return OX_INVALID_ARGUMENT;
     if (!dropReference(connection->instance)) return OX_OK;
+    releaseActiveChunk(connection);  // before the HTTP connection it may send on
     release(connection->htConnection);
     release(connection->accessKeyId);
     release(connection->secretAccessKey);

@@ -112,6 +112,7 @@ constexpr OXMessage kMessages[] = {
     {OXS3_KEY_ID_GIVEN_TWICE, "The access key id is given both in the S3 path and as an argument."},
     {OXS3_SECRET_GIVEN_TWICE, "The secret access key is given both in the S3 path and as an argument."},
     {OXS3_REGION_GIVEN_TWICE, "The region is given both in the S3 path and as an argument."},
+    {OXS3_DIRECTORY_NOT_EMPTY, "The directory is not empty."},
     {OXS3_PROFILE_NOT_FOUND, "The selected AWS profile does not exist in the AWS config or credentials file."},
     {OXS3_ENV_VALUE_TOO_LONG, "An environment variable holds a value longer than the extension accepts."},
     {OXS3_AWS_CONFIG_MALFORMED, "The AWS config file could not be parsed."},

@@ -58,15 +58,24 @@ OXStatus buildRead(Attempt& a, const ObjectTarget& t, HTTPMethod method, ReadKey
     return st;
 }
 
-// A body read into the connection's pool and handed to the error mapping.
-OXStatus errorFromBody(Attempt& a, const HTTPStatus& status, OXStatus ifUnmapped = OX_OK) {
+// Reads and drops the rest of an answer's body.
+OXStatus drainBody(Attempt& a) {
     OX_POOL_S* pool = a.connection->pool;
     void* body = nullptr;
     OXMemSize length = 0;
-    OXStatus st = a.http->readData(a.http, pool, &body, &length);
+    const OXStatus st = a.http->readData(a.http, pool, &body, &length);
+    PoolBlock<char> held(pool, static_cast<char*>(body));
+    return st == OX_END_OF_DATA ? OX_OK : st;
+}
+
+// A body read into the connection's pool and handed to the error mapping.
+OXStatus errorFromBody(Attempt& a, const HTTPStatus& status) {
+    OX_POOL_S* pool = a.connection->pool;
+    void* body = nullptr;
+    OXMemSize length = 0;
+    const OXStatus st = a.http->readData(a.http, pool, &body, &length);
     PoolBlock<char> held(pool, static_cast<char*>(body));
     if (st != OX_OK && st != OX_END_OF_DATA) return st;
-    if (ifUnmapped != OX_OK) return ifUnmapped;
     return s3ErrorResponse(a.connection, a.http, status, body, length);
 }
 
@@ -138,11 +147,15 @@ OXStatus headOnce(Attempt& a, const ObjectTarget& t, ReadKey key, Owned<OXS3Obje
         case OX_HTTP_OK: break;
         case OX_HTTP_NOT_FOUND: return OX_HTTP_NOT_FOUND;  // no error document: the client's status
         case OX_HTTP_FORBIDDEN: return OXS3_REQUEST_FORBIDDEN;
-        case OX_HTTP_BAD_REQUEST: return errorFromBody(a, status, OXS3_BAD_REQUEST);
+        case OX_HTTP_BAD_REQUEST: {
+            // the usual answer to a HEAD of a customer-key object without the right key
+            st = drainBody(a);
+            return st == OX_OK ? OXS3_BAD_REQUEST : st;
+        }
         default: return errorFromBody(a, status);
     }
     a.http->responseContentLength = 0;  // the length is the object's; a HEAD carries no body
-    if (st = errorFromBody(a, status, OX_END_OF_DATA); st != OX_END_OF_DATA) return st;
+    if (st = drainBody(a); st != OX_OK) return st;
     Owned<OXS3ObjectInformation> made;
     st = newInformation(a.connection->pool, made);
     if (st == OX_OK) st = fillInformation(a, made.get());
@@ -196,14 +209,9 @@ OXStatus getWholeObject(OXS3Connection c, OX_POOL_S* pool, const ObjectTarget& t
     Owned<OXS3ObjectInformation> info;
     OXStatus st = objectInformation(c, t, args, info);
     if (st != OX_OK) return st;
-    if (!info->hasContentLength || info->contentLength < c->minBlockSize) {
-        if (info->hasContentLength && info->contentLength == 0) {
-            *data = nullptr;
-            *length = 0;
-            return OX_OK;
-        }
+    if (info->hasContentLength && info->contentLength == 0) return OX_OK;  // no data, length 0: no GET
+    if (!info->hasContentLength || info->contentLength < c->minBlockSize)
         return getData(c, pool, t, args, data, length);
-    }
     const ReadPlan plan = planRead(info->contentLength, c->maxReadThreadCount, c->minBlockSize, nullptr);
     if (plan.threadCount > 1) {
         bool taken = false;
@@ -225,7 +233,8 @@ OXStatus leadingNumber(std::string_view text, uint64_t* value) {
     while (at < text.size() && (text[at] < '0' || text[at] > '9')) ++at;
     if (at == text.size()) return OX_FAILED;
     uint64_t n = 0;
-    for (; at < text.size() && text[at] >= '0' && text[at] <= '9'; ++at) n = n * 10 + static_cast<uint64_t>(text[at] - '0');
+    for (; at < text.size() && text[at] >= '0' && text[at] <= '9'; ++at)
+        n = n * 10 + static_cast<uint64_t>(text[at] - '0');
     *value = n;
     return OX_OK;
 }

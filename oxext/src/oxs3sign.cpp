@@ -4,6 +4,7 @@
 
 #include <cstdio>
 #include <cstring>
+#include <span>
 
 #include "ox/status.h"
 #include "oxs3connection.h"
@@ -44,6 +45,9 @@ struct EntryName {
     std::string_view name;
     EntrySlot slot;
 };
+// The first kLeadingHeaderCount rows are the headers signed before the "x-amz-" ones, in this
+// order, each when present.
+constexpr size_t kLeadingHeaderCount = 4;
 constexpr EntryName kEntryNames[] = {
     {"Content-MD5", &RequestEntries::contentMD5},
     {"Content-Type", &RequestEntries::contentType},
@@ -54,18 +58,6 @@ constexpr EntryName kEntryNames[] = {
     {kIsoDateEntry, &RequestEntries::isoDate},
     {kRegionEntry, &RequestEntries::region},
     {kServiceNameEntry, &RequestEntries::service},
-};
-
-// The headers signed before the "x-amz-" ones, in this order, each when present.
-struct LeadingHeader {
-    std::string_view canonicalName;
-    EntrySlot slot;
-};
-constexpr LeadingHeader kLeadingHeaders[] = {
-    {"content-md5", &RequestEntries::contentMD5},
-    {"content-type", &RequestEntries::contentType},
-    {"host", &RequestEntries::host},
-    {"range", &RequestEntries::range},
 };
 
 // ---- lower-case hexadecimal, two digits a byte
@@ -150,17 +142,25 @@ bool sameNameIgnoringCase(std::string_view a, std::string_view b) {
     return true;
 }
 
-OXStatus collectEntries(OXDictionary headers, RequestEntries& entries) {
+// Calls use with each header's name and value in the dictionary's (ascending) order; the first
+// failure ends it.
+template <class F>
+OXStatus forEachHeader(OXDictionary headers, F&& use) {
     void* cursor = nullptr;
     OXU8String* name = nullptr;
     OXInstance* value = nullptr;
     OXStatus st;
-    while ((st = headers->nextValue(headers, &cursor, &name, &value)) == OX_OK) {
-        const std::string_view text(name->stg, name->len);
-        for (const EntryName& row : kEntryNames)
-            if (sameNameIgnoringCase(text, row.name)) entries.*row.slot = value;
-    }
+    while ((st = headers->nextValue(headers, &cursor, &name, &value)) == OX_OK)
+        if ((st = use(std::string_view(name->stg, name->len), value)) != OX_OK) return st;
     return st == OX_END_OF_DATA ? OX_OK : st;
+}
+
+OXStatus collectEntries(OXDictionary headers, RequestEntries& entries) {
+    return forEachHeader(headers, [&](std::string_view name, const OXInstance* value) {
+        for (const EntryName& row : kEntryNames)
+            if (sameNameIgnoringCase(name, row.name)) entries.*row.slot = value;
+        return OXStatus(OX_OK);
+    });
 }
 
 // The text of an entry; nothing when it is absent.
@@ -190,16 +190,16 @@ OXStatus addSignedHeader(TextBuffer& canonical, TextBuffer& signedHeaders, std::
 
 OXStatus addLeadingHeaders(TextBuffer& canonical, TextBuffer& signedHeaders, const RequestTarget* target,
                            const RequestEntries& entries) {
-    for (const LeadingHeader& header : kLeadingHeaders) {
+    for (const EntryName& header : std::span(kEntryNames).first<kLeadingHeaderCount>()) {
         if (header.slot == &RequestEntries::host && target && target->connection) {
-            beginSignedHeader(canonical, signedHeaders, header.canonicalName);
+            beginSignedHeader(canonical, signedHeaders, header.name);
             canonical.append(target->connection->host ? target->connection->host : "");
             canonical.push('\n');
             continue;
         }
         const OXInstance* value = entries.*header.slot;
         if (!value) continue;
-        if (OXStatus st = addSignedHeader(canonical, signedHeaders, header.canonicalName, value); st != OX_OK)
+        if (OXStatus st = addSignedHeader(canonical, signedHeaders, header.name, value); st != OX_OK)
             return st;
     }
     return OX_OK;
@@ -207,16 +207,9 @@ OXStatus addLeadingHeaders(TextBuffer& canonical, TextBuffer& signedHeaders, con
 
 // Every "x-amz-" header in the dictionary's (ascending) order.
 OXStatus addAmzHeaders(TextBuffer& canonical, TextBuffer& signedHeaders, OXDictionary headers) {
-    void* cursor = nullptr;
-    OXU8String* name = nullptr;
-    OXInstance* value = nullptr;
-    OXStatus st;
-    while ((st = headers->nextValue(headers, &cursor, &name, &value)) == OX_OK) {
-        const std::string_view text(name->stg, name->len);
-        if (!startsWithAmzPrefix(text)) continue;
-        if ((st = addSignedHeader(canonical, signedHeaders, text, value)) != OX_OK) return st;
-    }
-    return st == OX_END_OF_DATA ? OX_OK : st;
+    return forEachHeader(headers, [&](std::string_view name, const OXInstance* value) {
+        return startsWithAmzPrefix(name) ? addSignedHeader(canonical, signedHeaders, name, value) : OXStatus(OX_OK);
+    });
 }
 
 OXStatus appendCanonicalQuery(TextBuffer& canonical, const RequestTarget* target, OXDictionary query) {

@@ -139,6 +139,34 @@ OXStatus startElement(void* parser, std::string_view name, bool isEmpty, const E
 // An end callback's: the type on top is handled, then popped.
 OXStatus endElement(void* parser, EndHandling handle);
 
+// How a document reports a failed parse: its own log line ("<name>: 0x%x Line: %d Column: %d"),
+// and whether the raw body also goes to the standard error stream.
+struct DocumentFailure {
+    const char32_t* logFormat;
+    bool echoBodyToStderr;
+};
+
+// All that sets one document apart: its element table, its own handling, and its failure report.
+struct DocumentKind {
+    const ElementName* elements;
+    bool logUnknown;
+    StartHandling start;
+    EndHandling end;
+    DocumentFailure failure;
+};
+
+// The host callbacks of a document kind.
+template <const DocumentKind& Kind>
+OXStatus documentStart(void* parser, UTF8CStr name, UTF8ByteLength nameLength, const XMLAttribute*, size_t,
+                       OXBoolean isEmpty) {
+    return startElement(parser, {name, nameLength}, isEmpty, Kind.elements, Kind.logUnknown, Kind.start);
+}
+
+template <const DocumentKind& Kind>
+OXStatus documentEnd(void* parser, UTF8CStr, UTF8ByteLength) {
+    return endElement(parser, Kind.end);
+}
+
 // Which element collects into which string field of a document parser.
 template <class Parser>
 struct CollectedField {
@@ -165,6 +193,10 @@ Parser& documentOf(S3XMLParser& frame) {
 void fillFrame(S3XMLParser& frame, OXS3Extension* ext, OX_POOL_S* pool, decltype(XMLParseCB::elemStart) start,
                decltype(XMLParseCB::elemEnd) end);
 
+// parseXML for a document function, logging a failure as the document asks.
+OXStatus runDocument(OXS3Extension* ext, S3XMLParser& frame, const char* body, uint64_t bodyLength,
+                     const DocumentFailure& failure);
+
 // A document parser record for one parse: allocated zero-filled from the caller's pool, and
 // released with every string it still holds.
 template <class Parser>
@@ -189,6 +221,13 @@ public:
         return OX_OK;
     }
 
+    // A new record for a document of Kind, with body run through it.
+    template <const DocumentKind& Kind>
+    OXStatus parse(OXS3Extension* ext, OX_POOL_S* pool, const char* body, uint64_t bodyLength) {
+        OXStatus st = create(ext, pool, documentStart<Kind>, documentEnd<Kind>);
+        return st == OX_OK ? runDocument(ext, parser_->frame, body, bodyLength, Kind.failure) : st;
+    }
+
     Parser* operator->() const { return parser_; }
     Parser& operator*() const { return *parser_; }
 
@@ -197,15 +236,5 @@ private:
     Parser* parser_ = nullptr;
 };
 
-// How a document reports a failed parse: its own log line ("<name>: 0x%x Line: %d Column: %d"),
-// and whether the raw body also goes to the standard error stream.
-struct DocumentFailure {
-    const char32_t* logFormat;
-    bool echoBodyToStderr;
-};
-
-// parseXML for a document function, logging a failure as the document asks.
-OXStatus runDocument(OXS3Extension* ext, S3XMLParser& frame, const char* body, uint64_t bodyLength,
-                     const DocumentFailure& failure);
 
 }  // namespace s3

@@ -38,8 +38,6 @@ constexpr CollectedField<BucketListParser> kOwnerFields[] = {
     {displayNameElement, &BucketListParser::displayName},
 };
 
-constexpr DocumentFailure kBucketListFailure{U"parseBucketList: 0x%x Line: %d Column: %d", false};
-
 OXStatus openBucket(BucketListParser& p) {
     if (OXStatus st = ensureArray(p.frame, p.buckets); st != OX_OK) return st;
     Owned<OXS3Bucket> bucket;
@@ -75,12 +73,8 @@ OXStatus bucketListEnd(S3XMLParser& frame, S3XMLElementType type) {
     }
 }
 
-OXStatus bucketListStartElement(void* parser, UTF8CStr name, UTF8ByteLength nameLength, const XMLAttribute*, size_t,
-                                OXBoolean isEmpty) {
-    return startElement(parser, {name, nameLength}, isEmpty, kBucketListElements, true, bucketListStart);
-}
-
-OXStatus bucketListEndElement(void* parser, UTF8CStr, UTF8ByteLength) { return endElement(parser, bucketListEnd); }
+constexpr DocumentKind kBucketList{kBucketListElements, true, bucketListStart, bucketListEnd,
+                                   {U"parseBucketList: 0x%x Line: %d Column: %d", false}};
 
 // A document without Buckets lists none: the caller still gets an array.
 OXStatus bucketListResult(BucketListParser& p, OXS3BucketList** result) {
@@ -174,8 +168,6 @@ constexpr StorageClassName kStorageClasses[] = {
 
 constexpr std::string_view kFalse = "false";
 
-constexpr DocumentFailure kBucketContentFailure{U"parseBucketContentList: 0x%x Line: %d Column: %d", false};
-
 S8StorageClass storageClassFor(std::string_view text) {
     for (const auto& row : kStorageClasses)
         if (row.text == text) return row.storageClass;
@@ -246,14 +238,8 @@ OXStatus bucketContentEnd(S3XMLParser& frame, S3XMLElementType type) {
     }
 }
 
-OXStatus bucketContentStartElement(void* parser, UTF8CStr name, UTF8ByteLength nameLength, const XMLAttribute*,
-                                   size_t, OXBoolean isEmpty) {
-    return startElement(parser, {name, nameLength}, isEmpty, kBucketContentElements, true, bucketContentStart);
-}
-
-OXStatus bucketContentEndElement(void* parser, UTF8CStr, UTF8ByteLength) {
-    return endElement(parser, bucketContentEnd);
-}
+constexpr DocumentKind kBucketContent{kBucketContentElements, true, bucketContentStart, bucketContentEnd,
+                                      {U"parseBucketContentList: 0x%x Line: %d Column: %d", false}};
 
 OXStatus emptyText(S3XMLParser& frame, OXU8String** text) {
     return frame.oxstring->createU8Empty(frame.oxstring, frame.pool, 0, text);
@@ -292,8 +278,7 @@ OXStatus parseBucketList(OXS3Extension* ext, OX_POOL_S* pool, const char* body, 
                          OXS3BucketList** list) {
     if (!ext || !pool || !list) return OX_INVALID_ARGUMENT;
     ParserRecord<BucketListParser> p;
-    OXStatus st = p.create(ext, pool, bucketListStartElement, bucketListEndElement);
-    if (st == OX_OK) st = runDocument(ext, p->frame, body, bodyLength, kBucketListFailure);
+    OXStatus st = p.parse<kBucketList>(ext, pool, body, bodyLength);
     if (st == OX_OK) st = bucketListResult(*p, list);
     return st;
 }
@@ -302,8 +287,7 @@ OXStatus parseBucketContentList(OXS3Extension* ext, OX_POOL_S* pool, const char*
                                 OXArray* contents, OXU8String** nextMarker, OXBoolean* truncated) {
     if (!ext || !pool || !contents || !nextMarker || !truncated) return OX_INVALID_ARGUMENT;
     ParserRecord<BucketContentParser> p;
-    OXStatus st = p.create(ext, pool, bucketContentStartElement, bucketContentEndElement);
-    if (st == OX_OK) st = runDocument(ext, p->frame, body, bodyLength, kBucketContentFailure);
+    OXStatus st = p.parse<kBucketContent>(ext, pool, body, bodyLength);
     if (st == OX_OK) st = mergeCommonPrefixes(*p);
     if (st != OX_OK) return st;
     *truncated = isTruncated(p->isTruncated.get()) ? OX_TRUE : OX_FALSE;

@@ -37,8 +37,6 @@ constexpr CollectedField<ErrorParser> kErrorFields[] = {
     {hostIdElement, &ErrorParser::hostId},
 };
 
-constexpr DocumentFailure kErrorFailure{U"parseError: 0x%x Line: %d Column: %d", true};
-
 OXStatus collectDetail(ErrorParser& p, std::string_view name, bool isEmpty) {
     S3XMLParser& frame = p.frame;
     if (!p.details &&
@@ -70,12 +68,8 @@ OXStatus errorEnd(S3XMLParser& frame, S3XMLElementType type) {
     return OX_OK;
 }
 
-OXStatus errorStartElement(void* parser, UTF8CStr name, UTF8ByteLength nameLength, const XMLAttribute*, size_t,
-                           OXBoolean isEmpty) {
-    return startElement(parser, {name, nameLength}, isEmpty, kErrorElements, false, errorStart);
-}
-
-OXStatus errorEndElement(void* parser, UTF8CStr, UTF8ByteLength) { return endElement(parser, errorEnd); }
+constexpr DocumentKind kError{kErrorElements, false, errorStart, errorEnd,
+                              {U"parseError: 0x%x Line: %d Column: %d", true}};
 
 OXStatus errorResult(ErrorParser& p, OXS3Error** result) {
     if (!p.errorFound) {
@@ -126,8 +120,6 @@ constexpr CollectedField<DeleteResultParser> kDeleteFields[] = {
     {errorMessageElement, &DeleteResultParser::message},
 };
 
-constexpr DocumentFailure kDeleteResultFailure{U"parseDeleteResult: 0x%x Line: %d Column: %d", false};
-
 // Deletions that succeeded leave nothing. A field this Error did not set keeps what an earlier
 // element left, the version of a preceding Deleted entry for one.
 OXStatus finishDeleteError(DeleteResultParser& p) {
@@ -153,22 +145,15 @@ OXStatus deleteResultEnd(S3XMLParser& frame, S3XMLElementType type) {
     return type == errorElement ? finishDeleteError(p) : OX_OK;
 }
 
-OXStatus deleteResultStartElement(void* parser, UTF8CStr name, UTF8ByteLength nameLength, const XMLAttribute*,
-                                  size_t, OXBoolean isEmpty) {
-    return startElement(parser, {name, nameLength}, isEmpty, kDeleteResultElements, true, deleteResultStart);
-}
-
-OXStatus deleteResultEndElement(void* parser, UTF8CStr, UTF8ByteLength) {
-    return endElement(parser, deleteResultEnd);
-}
+constexpr DocumentKind kDeleteResult{kDeleteResultElements, true, deleteResultStart, deleteResultEnd,
+                                     {U"parseDeleteResult: 0x%x Line: %d Column: %d", false}};
 
 }  // namespace
 
 OXStatus parseError(OXS3Extension* ext, OX_POOL_S* pool, const char* body, OXMemSize bodyLength, OXS3Error** error) {
     if (!ext || !pool || !error) return OX_INVALID_ARGUMENT;
     ParserRecord<ErrorParser> p;
-    OXStatus st = p.create(ext, pool, errorStartElement, errorEndElement);
-    if (st == OX_OK) st = runDocument(ext, p->frame, body, bodyLength, kErrorFailure);
+    OXStatus st = p.parse<kError>(ext, pool, body, bodyLength);
     if (st == OX_OK) st = errorResult(*p, error);
     return st;
 }
@@ -177,9 +162,7 @@ OXStatus parseDeleteResult(OXS3Extension* ext, OX_POOL_S* pool, const char* body
                            OXArray* errors) {
     if (!ext || !pool || !errors) return OX_INVALID_ARGUMENT;
     ParserRecord<DeleteResultParser> p;
-    OXStatus st = p.create(ext, pool, deleteResultStartElement, deleteResultEndElement);
-    if (st == OX_OK) st = runDocument(ext, p->frame, body, bodyLength, kDeleteResultFailure);
-    if (st != OX_OK) return st;
+    if (OXStatus st = p.parse<kDeleteResult>(ext, pool, body, bodyLength); st != OX_OK) return st;
     *errors = p->errorList.release();
     return OX_OK;
 }

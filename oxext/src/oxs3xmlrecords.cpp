@@ -23,16 +23,15 @@ OXStatus createRecord(OX_POOL_S* pool, const char* typeName, OXStatus (*destroy)
     return OX_OK;
 }
 
-// True when the reference dropped was the last: the caller releases the contents and the record.
-template <class Record>
-bool lastReference(void* self, Record*& record) {
-    record = static_cast<Record*>(self);
-    return record && dropReference(record->instance);
-}
-
-template <class Record>
-void freeRecord(Record* record) {
+// A record's destroy: drops a reference; the last releases the contents and the record.
+template <class Record, class ReleaseContents>
+OXStatus destroyRecord(void* self, ReleaseContents releaseContents) {
+    auto* record = static_cast<Record*>(self);
+    if (!record) return OX_INVALID_ARGUMENT;
+    if (!dropReference(record->instance)) return OX_OK;
+    releaseContents(*record);
     record->pool->memFree(record->pool, record);
+    return OX_OK;
 }
 
 }  // namespace
@@ -58,43 +57,25 @@ OXStatus createDeleteError(OX_POOL_S* pool, OXS3DeleteError** error) {
 }
 
 OXStatus destroyBucket(void* self) {
-    OXS3Bucket* b = nullptr;
-    if (!lastReference(self, b)) return self ? OX_OK : OX_INVALID_ARGUMENT;
-    releaseAll({b->name, b->creationDate});
-    freeRecord(b);
-    return OX_OK;
+    return destroyRecord<OXS3Bucket>(self, [](auto& b) { releaseAll({b.name, b.creationDate}); });
 }
 
 OXStatus releaseBucketList(void* self) {
-    OXS3BucketList* l = nullptr;
-    if (!lastReference(self, l)) return self ? OX_OK : OX_INVALID_ARGUMENT;
-    releaseAll({l->bucketList, l->ownerName, l->ownerId});
-    freeRecord(l);
-    return OX_OK;
+    return destroyRecord<OXS3BucketList>(self, [](auto& l) { releaseAll({l.bucketList, l.ownerName, l.ownerId}); });
 }
 
 OXStatus destroyBucketEntry(void* self) {
-    OXS3BucketEntry* e = nullptr;
-    if (!lastReference(self, e)) return self ? OX_OK : OX_INVALID_ARGUMENT;
-    releaseAll({e->name, e->lastModified, e->hash, e->ownerId, e->ownerDisplayName});
-    freeRecord(e);
-    return OX_OK;
+    return destroyRecord<OXS3BucketEntry>(
+        self, [](auto& e) { releaseAll({e.name, e.lastModified, e.hash, e.ownerId, e.ownerDisplayName}); });
 }
 
 OXStatus oxs3ErrorDestroy(void* self) {
-    OXS3Error* e = nullptr;
-    if (!lastReference(self, e)) return self ? OX_OK : OX_INVALID_ARGUMENT;
-    releaseAll({e->code, e->message, e->requestId, e->hostId, e->details});
-    freeRecord(e);
-    return OX_OK;
+    return destroyRecord<OXS3Error>(
+        self, [](auto& e) { releaseAll({e.code, e.message, e.requestId, e.hostId, e.details}); });
 }
 
 OXStatus deleteErrorDestroy(void* self) {
-    OXS3DeleteError* e = nullptr;
-    if (!lastReference(self, e)) return self ? OX_OK : OX_INVALID_ARGUMENT;
-    releaseAll({e->code, e->message, e->key, e->version});
-    freeRecord(e);
-    return OX_OK;
+    return destroyRecord<OXS3DeleteError>(self, [](auto& e) { releaseAll({e.code, e.message, e.key, e.version}); });
 }
 
 }  // namespace s3

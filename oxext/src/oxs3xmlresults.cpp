@@ -23,6 +23,12 @@ OXStatus collectingEnd(S3XMLParser& frame, S3XMLElementType type) {
     return OX_OK;
 }
 
+// Such a document's kind; none of them logs more than its failure line.
+template <class Parser, const auto& Fields>
+constexpr DocumentKind collectingDocument(const ElementName* elements, const char32_t* failureFormat) {
+    return {elements, true, collectingStart<Parser, Fields>, collectingEnd<Parser, Fields>, {failureFormat, false}};
+}
+
 // ---- InitiateMultipartUploadResult
 
 struct InitiateUploadParser {
@@ -46,17 +52,8 @@ constexpr CollectedField<InitiateUploadParser> kInitiateUploadFields[] = {
     {uploadIdElement, &InitiateUploadParser::uploadId},
 };
 
-constexpr DocumentFailure kInitiateUploadFailure{U"parseInitiateUpload: 0x%x Line: %d Column: %d", false};
-
-OXStatus initiateUploadStartElement(void* parser, UTF8CStr name, UTF8ByteLength nameLength, const XMLAttribute*,
-                                    size_t, OXBoolean isEmpty) {
-    return startElement(parser, {name, nameLength}, isEmpty, kInitiateUploadElements, true,
-                        collectingStart<InitiateUploadParser, kInitiateUploadFields>);
-}
-
-OXStatus initiateUploadEndElement(void* parser, UTF8CStr, UTF8ByteLength) {
-    return endElement(parser, collectingEnd<InitiateUploadParser, kInitiateUploadFields>);
-}
+constexpr DocumentKind kInitiateUpload = collectingDocument<InitiateUploadParser, kInitiateUploadFields>(
+    kInitiateUploadElements, U"parseInitiateUpload: 0x%x Line: %d Column: %d");
 
 // ---- CopyPartResult
 
@@ -78,17 +75,8 @@ constexpr CollectedField<CopyPartResultParser> kCopyPartResultFields[] = {
     {eTagElement, &CopyPartResultParser::eTag},
 };
 
-constexpr DocumentFailure kCopyPartResultFailure{U"parseCopyPartResult: 0x%x Line: %d Column: %d", false};
-
-OXStatus copyPartResultStartElement(void* parser, UTF8CStr name, UTF8ByteLength nameLength, const XMLAttribute*,
-                                    size_t, OXBoolean isEmpty) {
-    return startElement(parser, {name, nameLength}, isEmpty, kCopyPartResultElements, true,
-                        collectingStart<CopyPartResultParser, kCopyPartResultFields>);
-}
-
-OXStatus copyPartResultEndElement(void* parser, UTF8CStr, UTF8ByteLength) {
-    return endElement(parser, collectingEnd<CopyPartResultParser, kCopyPartResultFields>);
-}
+constexpr DocumentKind kCopyPartResult = collectingDocument<CopyPartResultParser, kCopyPartResultFields>(
+    kCopyPartResultElements, U"parseCopyPartResult: 0x%x Line: %d Column: %d");
 
 // ---- AccelerateConfiguration
 
@@ -117,17 +105,8 @@ constexpr AccelerateStatusName kAccelerateStates[] = {
     {"Suspended", s3AccelerateSuspended},
 };
 
-constexpr DocumentFailure kAccelerateResultFailure{U"parseAccelerateResult: 0x%x Line: %d Column: %d", false};
-
-OXStatus accelerateResultStartElement(void* parser, UTF8CStr name, UTF8ByteLength nameLength, const XMLAttribute*,
-                                      size_t, OXBoolean isEmpty) {
-    return startElement(parser, {name, nameLength}, isEmpty, kAccelerateResultElements, true,
-                        collectingStart<AccelerateResultParser, kAccelerateResultFields>);
-}
-
-OXStatus accelerateResultEndElement(void* parser, UTF8CStr, UTF8ByteLength) {
-    return endElement(parser, collectingEnd<AccelerateResultParser, kAccelerateResultFields>);
-}
+constexpr DocumentKind kAccelerateResult = collectingDocument<AccelerateResultParser, kAccelerateResultFields>(
+    kAccelerateResultElements, U"parseAccelerateResult: 0x%x Line: %d Column: %d");
 
 // Any other text, or none (an unconfigured bucket's empty configuration), is unknown.
 S3AccelerateState accelerateStateFor(const OXU8String* status) {
@@ -143,9 +122,7 @@ OXStatus parseInitiateUpload(OXS3Extension* ext, OX_POOL_S* pool, const char* bo
                              OXU8String** bucket, OXU8String** key, OXU8String** uploadId) {
     if (!ext || !pool || !bucket || !key || !uploadId) return OX_INVALID_ARGUMENT;
     ParserRecord<InitiateUploadParser> p;
-    OXStatus st = p.create(ext, pool, initiateUploadStartElement, initiateUploadEndElement);
-    if (st == OX_OK) st = runDocument(ext, p->frame, body, bodyLength, kInitiateUploadFailure);
-    if (st != OX_OK) return st;
+    if (OXStatus st = p.parse<kInitiateUpload>(ext, pool, body, bodyLength); st != OX_OK) return st;
     *bucket = p->bucket.release();
     *key = p->key.release();
     *uploadId = p->uploadId.release();
@@ -156,9 +133,7 @@ OXStatus parseCopyPartResult(OXS3Extension* ext, OX_POOL_S* pool, const char* bo
                              OXU8String** eTag) {
     if (!ext || !pool || !eTag) return OX_INVALID_ARGUMENT;
     ParserRecord<CopyPartResultParser> p;
-    OXStatus st = p.create(ext, pool, copyPartResultStartElement, copyPartResultEndElement);
-    if (st == OX_OK) st = runDocument(ext, p->frame, body, bodyLength, kCopyPartResultFailure);
-    if (st != OX_OK) return st;
+    if (OXStatus st = p.parse<kCopyPartResult>(ext, pool, body, bodyLength); st != OX_OK) return st;
     *eTag = p->eTag.release();
     return OX_OK;
 }
@@ -167,9 +142,7 @@ OXStatus parseAccelerateResult(OXS3Extension* ext, OX_POOL_S* pool, const char* 
                                S3AccelerateState* state) {
     if (!ext || !pool || !state) return OX_INVALID_ARGUMENT;
     ParserRecord<AccelerateResultParser> p;
-    OXStatus st = p.create(ext, pool, accelerateResultStartElement, accelerateResultEndElement);
-    if (st == OX_OK) st = runDocument(ext, p->frame, body, bodyLength, kAccelerateResultFailure);
-    if (st != OX_OK) return st;
+    if (OXStatus st = p.parse<kAccelerateResult>(ext, pool, body, bodyLength); st != OX_OK) return st;
     *state = accelerateStateFor(p->status.get());
     return OX_OK;
 }

@@ -53,7 +53,7 @@ TEST_F(ConnectionTest, TestRegionConnectionHasItsEndpointAndDefaults) {
     EXPECT_EQ(c->close, s3::oxs3ConnectionClose);
     EXPECT_EQ(c->clone, s3::oxs3ConnectionClone);
     EXPECT_EQ(c->setEncryption, s3::oxs3ConnectionSetEncryption);
-    EXPECT_EQ(c->getObject, nullptr) << "slots of areas not built yet stay empty";
+    EXPECT_EQ(c->getFile, nullptr) << "slots of areas not built yet stay empty";
 }
 
 TEST_F(ConnectionTest, UnknownRegionsGiveNoConnection) {

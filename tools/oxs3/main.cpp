@@ -7,6 +7,7 @@
 #include "ox/handle.h"
 #include "ox/msg.h"
 #include "ox/status.h"
+#include "commands.h"
 #include "oxs3.h"
 
 namespace {
@@ -48,8 +49,16 @@ int printVersion() {
 int main(int argc, char** argv) {
     CLI::App app{"oxs3: a small S3 client"};
     app.require_subcommand(1);
-    app.add_subcommand("version", "Load the S3 extension and print its version");
+    tool::Invocation call;
+    app.add_option("--endpoint", call.options.endpoint,
+                   "S3 server to use instead of the region's, as http[s]://host[:port]; buckets are addressed "
+                   "as subdomains of host");
+    app.add_option("--region", call.options.region, "region name, when not the one of the AWS settings");
+    app.add_subcommand("version", "Load the S3 extension and print its version")->callback([&call] {
+        call.exitStatus = printVersion();
+    });
+    tool::addBucketCommands(app, call);
+    tool::addObjectCommands(app, call);
     CLI11_PARSE(app, argc, argv);
-    if (app.got_subcommand("version")) return printVersion();
-    return 0;
+    return call.exitStatus;
 }
