@@ -411,6 +411,15 @@ OXStatus requestOnce(Attempt& a, const BucketRequest& r, const AnswerRules& rule
     return st == OX_OK ? readBucketAnswer(a, status, rules) : st;
 }
 
+// Servers without transfer acceleration may answer "?accelerate" with a whole listing of the
+// bucket, which says nothing about acceleration. Such an answer is recognised by its root
+// element near the start, so a large listing is not parsed on every read and write.
+bool namesAccelerateConfiguration(std::string_view body) {
+    constexpr std::string_view kRoot = "<AccelerateConfiguration";
+    constexpr size_t kProlog = 512;  // room for the XML declaration and white space before the root
+    return body.substr(0, kProlog + kRoot.size()).find(kRoot) != std::string_view::npos;
+}
+
 OXStatus getAccelerateOnce(Attempt& a, const BucketRequest& r, S3AccelerateState& state) {
     HTTPStatus status{};
     OXStatus st = sendPlain(a, r);
@@ -419,14 +428,9 @@ OXStatus getAccelerateOnce(Attempt& a, const BucketRequest& r, S3AccelerateState
     OXMemSize length = 0;
     if (st == OX_OK) st = readBody(a, body, length);
     state = s3AccelerateUnknown;
-    if (st == OX_OK && length > 0)
+    if (st == OX_OK && length > 0 && namesAccelerateConfiguration({body.get(), length}))
         st = parseAccelerateResult(a.connection->oxs3, a.connection->pool, body.get(), length, &state);
     return st;
-}
-
-void logEntry(OXS3Connection c, const char32_t* name) {
-    resetErrorMessage(c);
-    OXS3_LOG(c->oxs3->logger, LL_Debug, name);
 }
 
 }  // namespace
@@ -434,7 +438,7 @@ void logEntry(OXS3Connection c, const char32_t* name) {
 OXStatus oxs3TestAuthorization(OXS3Connection connection, UTF8CStr method, UTF8CStr bucket, UTF8CStr path,
                                OXDictionary query, UTF8CStr dateText, UTF8CStr dateTimeText) {
     if (!connection || !method || !path || !dateText || !dateTimeText) return OX_INVALID_ARGUMENT;
-    logEntry(connection, U"oxs3TestAuthorization");
+    beginOperation(connection, U"oxs3TestAuthorization");
     OXDictionaryExt_S* dictionaries = connection->oxs3->oxdictionary;
     Owned<OXDictionary_S> headers;
     OXStatus st = dictionaries->create(dictionaries, connection->pool, 0, headers.out());
@@ -452,7 +456,7 @@ OXStatus oxs3TestAuthorization(OXS3Connection connection, UTF8CStr method, UTF8C
 
 OXStatus oxs3GetUserBuckets(OXS3Connection connection, HTConnection http, OXS3BucketList** result) {
     if (!connection || !result) return OX_INVALID_ARGUMENT;
-    logEntry(connection, U"oxs3GetUserBuckets");
+    beginOperation(connection, U"oxs3GetUserBuckets");
     Owned<HTConnection_S> redirected;  // the latest redirect's, destroyed when replaced
     HTConnection on = http ? http : connection->htConnection;
     for (int redirects = 0;; ++redirects) {
@@ -478,7 +482,7 @@ OXStatus oxs3GetUserBuckets(OXS3Connection connection, HTConnection http, OXS3Bu
 
 OXStatus oxs3GetBucketContents(OXS3Connection connection, UTF8CStr bucket, UTF8CStr path, OXArray* result) {
     if (!connection) return OX_INVALID_ARGUMENT;
-    logEntry(connection, U"oxs3GetBucketContents");
+    beginOperation(connection, U"oxs3GetBucketContents");
     Logger_S* logger = connection->oxs3->logger;
     OXS3_LOG(logger, LL_Trace, U"oxs3GetBucketContents [ENTER] bucketName: %hs path: %hs", bucket ? bucket : "NULL",
              path ? path : "NULL");
@@ -510,7 +514,7 @@ OXStatus getBucketContents(OXS3Connection connection, std::string_view bucket, U
 OXStatus oxs3CreateBucket(OXS3Connection connection, UTF8CStr bucket, OXS3AccessType accessType,
                           OXS3ACL_S* accessControl) {
     if (!connection) return OX_INVALID_ARGUMENT;
-    logEntry(connection, U"oxs3CreateBucket");
+    beginOperation(connection, U"oxs3CreateBucket");
     std::string_view name;
     TextBuffer body(connection->pool), hash(connection->pool);
     OXStatus st = requestBucket(connection->oxs3, bucket, &name);
@@ -524,7 +528,7 @@ OXStatus oxs3CreateBucket(OXS3Connection connection, UTF8CStr bucket, OXS3Access
 
 OXStatus oxs3DeleteBucket(OXS3Connection connection, UTF8CStr bucket) {
     if (!connection) return OX_INVALID_ARGUMENT;
-    logEntry(connection, U"oxs3DeleteBucket");
+    beginOperation(connection, U"oxs3DeleteBucket");
     std::string_view name;
     OXStatus st = requestBucket(connection->oxs3, bucket, &name);
     if (st != OX_OK) return st;
@@ -535,7 +539,7 @@ OXStatus oxs3DeleteBucket(OXS3Connection connection, UTF8CStr bucket) {
 OXStatus oxs3GetBucketAccelerate(OXS3Connection connection, UTF8CStr bucket, S3AccelerateState* state) {
     if (!connection || !state) return OX_INVALID_ARGUMENT;
     *state = s3AccelerateUnknown;
-    logEntry(connection, U"oxs3GetBucketAccelerate");
+    beginOperation(connection, U"oxs3GetBucketAccelerate");
     std::string_view name;
     Owned<OXDictionary_S> query;
     OXStatus st = requestBucket(connection->oxs3, bucket, &name);
@@ -550,7 +554,7 @@ OXStatus oxs3GetBucketAccelerate(OXS3Connection connection, UTF8CStr bucket, S3A
 
 OXStatus oxs3SetBucketAccelerate(OXS3Connection connection, UTF8CStr bucket, S3AccelerateState state) {
     if (!connection) return OX_INVALID_ARGUMENT;
-    logEntry(connection, U"oxs3SetBucketAccelerate");
+    beginOperation(connection, U"oxs3SetBucketAccelerate");
     if (state != s3AccelerateEnabled && state != s3AccelerateSuspended) return OX_INVALID_ARGUMENT;
     std::string_view name;
     Owned<OXDictionary_S> query;

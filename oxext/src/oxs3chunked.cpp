@@ -262,8 +262,7 @@ OXStatus oxs3PutEncryptedObjectChunked(OXS3Connection connection, UTF8CStr bucke
                                        OXU8String* encKeyAlg, OXU8String* encKeyId, OXU8String* encKeyContext,
                                        OXMemSize totalLength, OXMemSize chunkSize) {
     if (!connection) return OX_INVALID_ARGUMENT;
-    resetErrorMessage(connection);
-    OXS3_LOG(connection->oxs3->logger, LL_Debug, U"oxs3PutObjectChunked");
+    beginOperation(connection, U"oxs3PutObjectChunked");
     PutArguments put{{}, accessType, accessControl, metadata, websiteRedirect, useReducedRedundancy,
                      withConnectionEncryption(connection, encKey, encKeyAlg, encKeyId, encKeyContext), nullptr,
                      totalLength};
@@ -275,9 +274,8 @@ OXStatus oxs3PutEncryptedObjectChunked(OXS3Connection connection, UTF8CStr bucke
 
 OXStatus oxs3PutChunkData(OXS3Connection connection, const void* data, OXMemSize length) {
     if (!connection || !connection->activeChunk || (!data && length)) return OX_INVALID_ARGUMENT;
-    resetErrorMessage(connection);
+    beginOperation(connection, U"oxs3PutChunkData");
     Logger_S* logger = connection->oxs3->logger;
-    OXS3_LOG(logger, LL_Debug, U"oxs3PutChunkData");
     OXS3_LOG(logger, LL_Trace, U"Put chunk data: len=%ld", static_cast<long>(length));
     if (length == 0) return OX_OK;
     const OXStatus st = feedChunks(connection, connection->activeChunk, static_cast<const char*>(data), length);
@@ -287,9 +285,8 @@ OXStatus oxs3PutChunkData(OXS3Connection connection, const void* data, OXMemSize
 
 OXStatus oxs3FinishChunkedPut(OXS3Connection connection) {
     if (!connection) return OX_INVALID_ARGUMENT;
-    resetErrorMessage(connection);
+    beginOperation(connection, U"oxs3FinishChunkedPut");
     Logger_S* logger = connection->oxs3->logger;
-    OXS3_LOG(logger, LL_Debug, U"oxs3FinishChunkedPut");
     ChunkInformation* ci = connection->activeChunk;
     if (!ci) {
         OXS3_LOG(logger, LL_Error, U"oxs3FinishChunkedPut called but chunked send has not been started.");

@@ -372,4 +372,9 @@ void resetErrorMessage(OXS3Connection connection) {
     if (connection) release(connection->errorMessage);
 }
 
+void beginOperation(OXS3Connection connection, const char32_t* name) {
+    resetErrorMessage(connection);
+    OXS3_LOG(connection->oxs3->logger, LL_Debug, name);
+}
+
 }  // namespace s3

@@ -56,4 +56,7 @@ OXStatus oxStringGetNameValue(OXS3Extension* ext, OX_POOL_S* pool, size_t capaci
 OXStatus setErrorMessage(OXS3Connection connection, UTF8CStr text, UTF8ByteLength length);
 void resetErrorMessage(OXS3Connection connection);
 
+// What every public operation does first: forget the previous error and log its own name.
+void beginOperation(OXS3Connection connection, const char32_t* name);
+
 }  // namespace s3

@@ -37,11 +37,6 @@ constexpr std::string_view kDeleteXMLStart =
     "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<Delete>\n    <Quiet>false</Quiet>\n";
 constexpr std::string_view kDeleteXMLEnd = "</Delete>\n";
 
-void logEntry(OXS3Connection c, const char32_t* name) {
-    resetErrorMessage(c);
-    OXS3_LOG(c->oxs3->logger, LL_Debug, name);
-}
-
 // ---- bucket and path
 
 // The bucket and the path inside it, as views into the caller's texts.
@@ -330,7 +325,7 @@ OXStatus startDeleteXML(OXStringExt_S* strings, OX_POOL_S* pool, OXU8String** xm
 OXStatus deleteFiles(OXS3Connection connection, UTF8CStr bucket, UTF8CStr mfaCode, OXU8String* xml,
                      OXArray* errorList) {
     if (!connection || !bucket || !xml || !errorList) return OX_INVALID_ARGUMENT;
-    logEntry(connection, U"deleteFiles");
+    beginOperation(connection, U"deleteFiles");
     OXWebClient_S* wc = webClient(connection->oxs3);
     DirTarget target;
     OXStatus st = dirTarget(connection, bucket, kRoot.data(), &target);
@@ -373,7 +368,7 @@ OXStatus bucketNameFromPath(OXS3Extension* ext, OX_POOL_S* pool, UTF8CStr object
 
 OXStatus oxs3PathIsDirectory(OXS3Connection connection, UTF8CStr bucket, UTF8CStr path, OXBoolean* isDir) {
     if (!connection || !path || !isDir) return OX_INVALID_ARGUMENT;
-    logEntry(connection, U"oxs3PathIsDirectory");
+    beginOperation(connection, U"oxs3PathIsDirectory");
     DirTarget target;
     OXStatus st = dirTarget(connection, bucket, path, &target);
     if (st != OX_OK) return st;
@@ -396,7 +391,7 @@ OXStatus oxs3PathIsDirectory(OXS3Connection connection, UTF8CStr bucket, UTF8CSt
 OXStatus oxs3CreateDirectory(OXS3Connection connection, UTF8CStr bucket, UTF8CStr dirPath, OXS3AccessType accessType,
                              OXS3ACL_S* accessControl, OXDictionary metadata, OXBoolean useReducedRedundancy) {
     if (!connection) return OX_INVALID_ARGUMENT;
-    logEntry(connection, U"oxs3CreateDirectory");
+    beginOperation(connection, U"oxs3CreateDirectory");
     DirTarget target;
     TextBuffer placeholder(connection->pool);
     OXStatus st = dirTarget(connection, bucket, dirPath, &target);
@@ -411,7 +406,7 @@ OXStatus oxs3CreateDirectory(OXS3Connection connection, UTF8CStr bucket, UTF8CSt
 OXStatus oxs3DeleteDirectory(OXS3Connection connection, UTF8CStr bucket, UTF8CStr dirPath, UTF8CStr multiFactorAuthCode,
                              OXBoolean* deleteMarker, OXBoolean contents, OXArray* errorList) {
     if (!connection) return OX_INVALID_ARGUMENT;
-    logEntry(connection, U"oxs3DeleteDirectory");
+    beginOperation(connection, U"oxs3DeleteDirectory");
     Logger_S* logger = connection->oxs3->logger;
     OXS3_LOG(logger, LL_Trace, U"oxs3DeleteDirectory [ENTER] : bucket: %hs path: %hs contents=%hs",
              bucket ? bucket : "NULL", dirPath ? dirPath : "NULL", contents ? "TRUE" : "FALSE");
@@ -425,7 +420,7 @@ OXStatus oxs3DeleteDirectory(OXS3Connection connection, UTF8CStr bucket, UTF8CSt
 OXStatus oxs3DeleteObject(OXS3Connection connection, UTF8CStr bucket, UTF8CStr path, UTF8CStr multiFactorAuthCode,
                           UTF8CStr versionId, OXBoolean* deleteMarker) {
     if (!connection) return OX_INVALID_ARGUMENT;
-    logEntry(connection, U"oxs3DeleteObject");
+    beginOperation(connection, U"oxs3DeleteObject");
     DirTarget target;
     OXStatus st = dirTarget(connection, bucket, path, &target);
     if (st == OX_OK && target.path == kRoot) st = OX_INVALID_ARGUMENT;  // a DELETE there removes the bucket

@@ -33,11 +33,6 @@ constexpr std::string_view kETag = "ETag";
 constexpr std::string_view kContentType = "Content-Type";
 constexpr std::string_view kContentLength = "Content-Length";
 
-void logEntry(OXS3Connection connection, const char32_t* name) {
-    resetErrorMessage(connection);
-    OXS3_LOG(connection->oxs3->logger, LL_Debug, name);
-}
-
 // Reads answer with the customer key only: S3 refuses KMS headers on a GET or HEAD.
 struct ReadKey {
     OXInstance* key;
@@ -415,7 +410,7 @@ OXStatus destroyObjectInformation(void* self) {
 OXStatus oxs3GetObjectInformation(OXS3Connection connection, UTF8CStr bucket, UTF8CStr path,
                                   OXS3ObjectInformation** result) {
     if (!connection) return OX_INVALID_ARGUMENT;
-    logEntry(connection, U"oxs3GetObjectInformation");
+    beginOperation(connection, U"oxs3GetObjectInformation");
     return oxs3GetEncryptedObjectInformation(connection, bucket, path, nullptr, nullptr, nullptr, nullptr, result);
 }
 
@@ -423,7 +418,7 @@ OXStatus oxs3GetEncryptedObjectInformation(OXS3Connection connection, UTF8CStr b
                                            OXInstance* encKey, OXU8String* encKeyAlg, OXU8String* encKeyId,
                                            OXU8String* encKeyContext, OXS3ObjectInformation** result) {
     if (!connection || !result) return OX_INVALID_ARGUMENT;
-    logEntry(connection, U"oxs3GetEncryptedObjectInformation");
+    beginOperation(connection, U"oxs3GetEncryptedObjectInformation");
     const EncryptionArgs args = withConnectionEncryption(connection, encKey, encKeyAlg, encKeyId, encKeyContext);
     ObjectTarget target;
     Owned<OXS3ObjectInformation> info;
@@ -436,7 +431,7 @@ OXStatus oxs3GetEncryptedObjectInformation(OXS3Connection connection, UTF8CStr b
 OXStatus oxs3GetObject(OXS3Connection connection, OX_POOL_S* pool, UTF8CStr bucket, UTF8CStr path, void** data,
                        OXMemSize* length) {
     if (!connection) return OX_INVALID_ARGUMENT;
-    logEntry(connection, U"oxs3GetObject");
+    beginOperation(connection, U"oxs3GetObject");
     return oxs3GetEncryptedObject(connection, pool, bucket, path, nullptr, nullptr, nullptr, nullptr, data, length);
 }
 
@@ -446,7 +441,7 @@ OXStatus oxs3GetEncryptedObject(OXS3Connection connection, OX_POOL_S* pool, UTF8
     if (!connection || !pool || !data || !length) return OX_INVALID_ARGUMENT;
     *data = nullptr;
     *length = 0;
-    logEntry(connection, U"oxs3GetEncryptedObject");
+    beginOperation(connection, U"oxs3GetEncryptedObject");
     EncryptionArgs args;
     ObjectTarget target;
     OXStatus st = chooseEncryption(connection, encKey, encKeyAlg, encKeyId, encKeyContext, &args);
@@ -458,7 +453,7 @@ OXStatus oxs3GetEncryptedObject(OXS3Connection connection, OX_POOL_S* pool, UTF8
 OXStatus oxs3GetObjectRange(OXS3Connection connection, UTF8CStr bucket, UTF8CStr path, void* buffer,
                             uint64_t offset, OXMemSize length, OXMemSize* bytesRead) {
     if (!connection) return OX_INVALID_ARGUMENT;
-    logEntry(connection, U"oxs3GetObjectRange");
+    beginOperation(connection, U"oxs3GetObjectRange");
     return oxs3GetEncryptedObjectRange(connection, bucket, path, buffer, offset, length, nullptr, nullptr, nullptr,
                                        nullptr, bytesRead);
 }
@@ -467,7 +462,7 @@ OXStatus oxs3GetEncryptedObjectRange(OXS3Connection connection, UTF8CStr bucket,
                                      uint64_t offset, OXMemSize length, OXInstance* encKey, OXU8String* encKeyAlg,
                                      OXU8String* encKeyId, OXU8String* encKeyContext, OXMemSize* bytesRead) {
     if (!connection || !bytesRead || (!buffer && length)) return OX_INVALID_ARGUMENT;
-    logEntry(connection, U"oxs3GetEncryptedObjectRange");
+    beginOperation(connection, U"oxs3GetEncryptedObjectRange");
     Logger_S* logger = connection->oxs3->logger;
     OXS3_LOG(logger, LL_Trace, U"offset=%ld offsetLength=%ld", static_cast<long>(offset), static_cast<long>(length));
     const EncryptionArgs args = withConnectionEncryption(connection, encKey, encKeyAlg, encKeyId, encKeyContext);

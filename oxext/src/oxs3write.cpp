@@ -144,8 +144,7 @@ OXStatus oxs3PutObject(OXS3Connection connection, UTF8CStr bucket, UTF8CStr path
                        OXS3ACL_S* accessControl, OXDictionary metadata, UTF8CStr websiteRedirect,
                        OXBoolean useReducedRedundancy, const void* data, OXMemSize length) {
     if (!connection) return OX_INVALID_ARGUMENT;
-    resetErrorMessage(connection);
-    OXS3_LOG(connection->oxs3->logger, LL_Debug, U"oxs3PutObject");
+    beginOperation(connection, U"oxs3PutObject");
     return oxs3PutEncryptedObject(connection, bucket, path, accessType, accessControl, metadata, websiteRedirect,
                                   useReducedRedundancy, connection->sseKey, connection->sseKeyAlgorithm,
                                   connection->kmsKeyId, connection->kmsKeyContext, data, length);
@@ -157,8 +156,7 @@ OXStatus oxs3PutEncryptedObject(OXS3Connection connection, UTF8CStr bucket, UTF8
                                 OXU8String* encKeyAlg, OXU8String* encKeyId, OXU8String* encKeyContext,
                                 const void* data, OXMemSize length) {
     if (!connection || (!data && length)) return OX_INVALID_ARGUMENT;
-    resetErrorMessage(connection);
-    OXS3_LOG(connection->oxs3->logger, LL_Debug, U"oxs3PutEncryptedObject");
+    beginOperation(connection, U"oxs3PutEncryptedObject");
     PutArguments put{{}, accessType, accessControl, metadata, websiteRedirect, useReducedRedundancy,
                      withConnectionEncryption(connection, encKey, encKeyAlg, encKeyId, encKeyContext), data, length};
     const OXStatus st = objectTarget(connection, bucket, path, false, &put.target);

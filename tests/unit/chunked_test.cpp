@@ -44,19 +44,10 @@ TEST_P(EncodedLength, AgreesWithTheFramingWrittenOut) {
 
 INSTANTIATE_TEST_SUITE_P(Plans, EncodedLength,
                          ::testing::Values(LengthCase{1, 8192, 1, 1, 0},             // one byte
-                                           LengthCase{5000, 8192, 1, 5000, 0},       // one short chunk
-                                           LengthCase{8192, 8192, 1, 8192, 0},       // exactly one
                                            LengthCase{24576, 8192, 3, 8192, 0},      // exact multiple
-                                           LengthCase{20000, 8192, 3, 8192, 3616},   // short last chunk
                                            LengthCase{20000, 0, 3, 8192, 3616},      // default chunk size
                                            LengthCase{66560, 65536, 2, 65536, 1024}, // AWS's example
                                            LengthCase{16, 15, 2, 15, 1}));           // size texts of one digit
-
-TEST(EncodedLengthValues, MatchTheStatedFigures) {
-    EXPECT_EQ(s3::encodedLength(s3::planChunks(20000, 8192)),
-              3u * 21 + 3616 + 3 + 3 * 64 + 2 * (8192 + 4) + 64 + 22);
-    EXPECT_EQ(s3::encodedLength(s3::planChunks(66560, 65536)), 66824u) << "AWS's Content-Length";
-}
 
 // ---- the body written, through an HTTP connection that records it
 
@@ -115,7 +106,7 @@ protected:
 };
 
 TEST_F(ChunkedBody, ChainsEverySignatureFromTheSeedWhateverThePieces) {
-    for (size_t piece : {size_t{66560}, size_t{1000}, size_t{65537}, size_t{1}}) {
+    for (size_t piece : {size_t{66560}, size_t{65537}, size_t{1}}) {
         if (piece != 66560) {
             sent.clear();
             ASSERT_EQ(s3::attachChunkInformation(c.get(), s3::planChunks(66560, 65536), oxtest::kExampleTime, &http,
@@ -125,20 +116,22 @@ TEST_F(ChunkedBody, ChainsEverySignatureFromTheSeedWhateverThePieces) {
         ASSERT_EQ(feed(piece, data.size()), OX_OK) << "pieces of " << piece;
         ASSERT_EQ(c->finishChunkedPut(c.get()), OX_OK);
         EXPECT_EQ(sent, awsExampleBody()) << "pieces of " << piece;
-        EXPECT_EQ(sent.size(), 66824u);
+        EXPECT_EQ(sent.size(), 66824u) << "AWS's Content-Length";
         EXPECT_EQ(c->activeChunk, nullptr);
     }
 }
 
-TEST_F(ChunkedBody, RefusesMoreDataThanAnnouncedAndDropsThePut) {
+TEST_F(ChunkedBody, RefusesMoreDataThanAnnouncedOrAnEarlyFinishAndDropsThePut) {
     ASSERT_EQ(feed(4096, data.size()), OX_OK);
     const char extra = 'a';
     EXPECT_EQ(c->putChunk(c.get(), &extra, 1), OX_INVALID_ARGUMENT);
     EXPECT_EQ(c->activeChunk, nullptr);
     EXPECT_EQ(c->putChunk(c.get(), &extra, 1), OX_INVALID_ARGUMENT) << "no put left to feed";
-}
 
-TEST_F(ChunkedBody, RefusesToFinishEarlyAndDropsThePut) {
+    sent.clear();
+    ASSERT_EQ(s3::attachChunkInformation(c.get(), s3::planChunks(66560, 65536), oxtest::kExampleTime, &http, false,
+                                         kSeed, "us-east-1"),
+              OX_OK);
     ASSERT_EQ(feed(1000, 65536), OX_OK);
     EXPECT_EQ(c->finishChunkedPut(c.get()), OX_INVALID_ARGUMENT);
     EXPECT_EQ(c->activeChunk, nullptr);

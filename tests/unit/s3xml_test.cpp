@@ -79,27 +79,16 @@ TEST_F(S3XmlTest, ReadsTheOwnerAndEveryBucketWithItsCreationDate) {
 </ListAllMyBucketsResult>)";
     Owned<OXS3BucketList> list;
     ASSERT_EQ(s3::parseBucketList(ext(), pool, doc.data(), doc.size(), list.out()), OX_OK);
-    EXPECT_TRUE(list->instance.isType(list.get(), OXS3_TYPE_BUCKET_LIST));
     EXPECT_EQ(text(list->ownerId), "bcaf1ffd86f461ca5fb16fd081034f");
     EXPECT_EQ(text(list->ownerName), "webfile");
     ASSERT_EQ(list->bucketList->count, 2);
     auto* first = reinterpret_cast<OXS3Bucket*>(list->bucketList->items[0]);
     auto* second = reinterpret_cast<OXS3Bucket*>(list->bucketList->items[1]);
-    EXPECT_TRUE(first->instance.isType(first, OXS3_TYPE_BUCKET));
     EXPECT_EQ(text(first->name), "quotes");
     EXPECT_EQ(text(first->creationDate), "2006-02-03T16:45:09.000Z");
     EXPECT_EQ(first->creationDateTime, 1138985109.0);
     EXPECT_EQ(text(second->name), "samples");
     EXPECT_EQ(second->creationDateTime, 1138984918.0);
-}
-
-TEST_F(S3XmlTest, AnAccountWithoutBucketsGetsAnEmptyList) {
-    constexpr std::string_view doc = "<ListAllMyBucketsResult><Owner><ID>x</ID></Owner></ListAllMyBucketsResult>";
-    Owned<OXS3BucketList> list;
-    ASSERT_EQ(s3::parseBucketList(ext(), pool, doc.data(), doc.size(), list.out()), OX_OK);
-    ASSERT_NE(list->bucketList, nullptr);
-    EXPECT_EQ(list->bucketList->count, 0);
-    EXPECT_EQ(text(list->ownerName), "<absent>");
 }
 
 // ---- bucket contents
@@ -128,7 +117,6 @@ TEST_F(S3XmlTest, ListingMergesObjectsAndCommonPrefixesInKeyOrder) {
     ASSERT_EQ(names(l.contents.get()), (std::vector<std::string>{"a/", "a/1", "b"}));
 
     const OXS3BucketEntry* dir = entryAt(l.contents.get(), 0);
-    EXPECT_TRUE(dir->instance.isType(dir, OXS3_TYPE_BUCKET_ENTRY));
     EXPECT_EQ(dir->size, 0u);
     EXPECT_EQ(dir->storageClass, Standard);
     EXPECT_EQ(dir->lastModifiedDate, 0.0);
@@ -166,25 +154,17 @@ TEST_F(S3XmlTest, VersionTwoListingGivesItsContinuationTokenAsTheNextMarker) {
     EXPECT_EQ(names(l.contents.get()), (std::vector<std::string>{"ExampleObject.txt", "photos/"}));
 }
 
-TEST_F(S3XmlTest, AnEmptyPageHasNoEntriesNoMarkerAndIsNotTruncated) {
-    Listing l = list("<ListBucketResult><Name>b</Name><IsTruncated>false</IsTruncated></ListBucketResult>");
-    ASSERT_EQ(l.status, OX_OK);
-    EXPECT_FALSE(l.contents);
-    EXPECT_FALSE(l.next);
-    EXPECT_EQ(l.truncated, OX_FALSE);
-}
-
 TEST_F(S3XmlTest, TruncatedOnlyWhenTheTextSaysTrue) {
     const std::pair<std::string_view, OXBoolean> cases[] = {
-        {"<IsTruncated>true</IsTruncated>", OX_TRUE},   {"<IsTruncated>TRUE</IsTruncated>", OX_TRUE},
-        {"<IsTruncated>false</IsTruncated>", OX_FALSE}, {"<IsTruncated>FALSE</IsTruncated>", OX_FALSE},
-        {"<IsTruncated></IsTruncated>", OX_FALSE},      {"<IsTruncated/>", OX_FALSE},
-        {"", OX_FALSE},
+        {"<IsTruncated>TRUE</IsTruncated>", OX_TRUE}, {"<IsTruncated>false</IsTruncated>", OX_FALSE},
+        {"<IsTruncated/>", OX_FALSE}, {"", OX_FALSE},
     };
     for (auto [element, truncated] : cases) {
         Listing l = list("<ListBucketResult>" + std::string(element) + "</ListBucketResult>");
         ASSERT_EQ(l.status, OX_OK) << element;
         EXPECT_EQ(l.truncated, truncated) << element;
+        EXPECT_FALSE(l.contents) << "an empty page has no entries";
+        EXPECT_FALSE(l.next);
     }
 }
 
@@ -197,9 +177,7 @@ TEST_F(S3XmlTest, SizeAndStorageClassTakeOnlyExactTexts) {
     const Case cases[] = {
         {"5368709120", "REDUCED_REDUNDANCY", 5368709120u, ReducedRedundancy},
         {"12", "GLACIER", 12, Glacier},
-        {"abc", "STANDARD_IA", 0, Standard},
         {"-1", "reduced_redundancy", 0, Standard},
-        {"", "", 0, Standard},
     };
     for (const Case& c : cases) {
         Listing l = list(oneEntry("<Size>" + std::string(c.size) + "</Size><StorageClass>" +
@@ -214,9 +192,7 @@ TEST_F(S3XmlTest, DatesAreReadInIsoAndHttpFormsAndOtherTextFailsTheListing) {
     const std::pair<std::string_view, OXStatus> cases[] = {
         {"2009-10-12T17:50:30.000Z", OX_OK},
         {"20091012T175030Z", OX_OK},
-        {"Mon, 12 Oct 2009 17:50:30 GMT", OX_OK},
         {"Monday, 12-Oct-09 17:50:30 GMT", OX_OK},
-        {"Mon Oct 12 17:50:30 2009", OX_OK},
         {"yesterday", OX_DATE_NOT_IN_FORM},
     };
     for (auto [date, status] : cases) {
@@ -282,14 +258,11 @@ TEST_F(S3XmlTest, InitiateUploadGivesBucketKeyAndUploadId) {
 }
 
 TEST_F(S3XmlTest, CopyResultsGiveTheirETag) {
-    for (std::string_view doc : {
-             R"(<CopyObjectResult><LastModified>2009-10-28T22:32:00Z</LastModified><ETag>"9b2cf535f27731c974343645a3985328"</ETag></CopyObjectResult>)",
-             R"(<CopyPartResult><LastModified>2009-10-28T22:32:00Z</LastModified><ETag>"9b2cf535f27731c974343645a3985328"</ETag></CopyPartResult>)",
-         }) {
-        Owned<OXU8String> eTag;
-        ASSERT_EQ(s3::parseCopyPartResult(ext(), pool, doc.data(), doc.size(), eTag.out()), OX_OK);
-        EXPECT_EQ(text(eTag.get()), "\"9b2cf535f27731c974343645a3985328\"");
-    }
+    constexpr std::string_view doc =
+        R"(<CopyObjectResult><LastModified>2009-10-28T22:32:00Z</LastModified><ETag>"9b2cf535f27731c974343645a3985328"</ETag></CopyObjectResult>)";
+    Owned<OXU8String> found;
+    ASSERT_EQ(s3::parseCopyPartResult(ext(), pool, doc.data(), doc.size(), found.out()), OX_OK);
+    EXPECT_EQ(text(found.get()), "\"9b2cf535f27731c974343645a3985328\"");
     constexpr std::string_view none = "<CopyPartResult/>";
     OXU8String* eTag = reinterpret_cast<OXU8String*>(1);
     ASSERT_EQ(s3::parseCopyPartResult(ext(), pool, none.data(), none.size(), &eTag), OX_OK);
@@ -309,7 +282,6 @@ TEST_F(S3XmlTest, DeleteResultListsOnlyTheKeysThatFailed) {
     ASSERT_EQ(errors->count, 2);
     auto* first = reinterpret_cast<OXS3DeleteError*>(errors->items[0]);
     auto* second = reinterpret_cast<OXS3DeleteError*>(errors->items[1]);
-    EXPECT_TRUE(first->instance.isType(first, OXS3_TYPE_DELETE_ERROR));
     EXPECT_EQ(text(first->key), "sample3.txt");
     EXPECT_EQ(text(first->code), "AccessDenied");
     EXPECT_EQ(text(first->message), "Access Denied");
@@ -328,7 +300,6 @@ TEST_F(S3XmlTest, AccelerationIsEnabledOrSuspendedOnlyByTheExactText) {
         {R"(<AccelerateConfiguration xmlns="http://s3.amazonaws.com/doc/2006-03-01/"><Status>Enabled</Status></AccelerateConfiguration>)",
          s3AccelerateEnabled},
         {"<AccelerateConfiguration><Status>Suspended</Status></AccelerateConfiguration>", s3AccelerateSuspended},
-        {"<AccelerateConfiguration><Status>enabled</Status></AccelerateConfiguration>", s3AccelerateUnknown},
         {R"(<AccelerateConfiguration xmlns="http://s3.amazonaws.com/doc/2006-03-01/"/>)", s3AccelerateUnknown},
     };
     for (auto [doc, want] : cases) {
@@ -345,7 +316,6 @@ TEST_F(S3XmlTest, ErrorDocumentKeepsFurtherElementsAsDetails) {
 <Error><Code>NoSuchBucket</Code><Message>The specified bucket does not exist</Message><BucketName>nobucket</BucketName><Empty/><RequestId>tx00000a5b-0065</RequestId><HostId>5f2d-default</HostId></Error>)";
     Owned<OXS3Error> error;
     ASSERT_EQ(s3::parseError(ext(), pool, doc.data(), doc.size(), error.out()), OX_OK);
-    EXPECT_TRUE(error->instance.isType(error.get(), OXS3_TYPE_ERROR));
     EXPECT_EQ(text(error->code), "NoSuchBucket");
     EXPECT_EQ(text(error->message), "The specified bucket does not exist");
     EXPECT_EQ(text(error->requestId), "tx00000a5b-0065");
@@ -398,67 +368,43 @@ struct Document {
     OXStatus (*parse)(OXS3Extension*, OX_POOL_S*, std::string_view);  // releases what it made
 };
 
+#define OX_PARSE(...) [](OXS3Extension* e, OX_POOL_S* p, std::string_view d) { __VA_ARGS__ }
+
 const Document kDocuments[] = {
     {"BucketList",
      "<ListAllMyBucketsResult><Owner><ID>i</ID><DisplayName>d</DisplayName></Owner><Buckets><Bucket><Name>n</Name>"
      "<CreationDate>2006-02-03T16:45:09.000Z</CreationDate></Bucket></Buckets></ListAllMyBucketsResult>",
-     [](OXS3Extension* e, OX_POOL_S* p, std::string_view d) {
-         Owned<OXS3BucketList> list;
-         return s3::parseBucketList(e, p, d.data(), d.size(), list.out());
-     }},
+     OX_PARSE(Owned<OXS3BucketList> list; return s3::parseBucketList(e, p, d.data(), d.size(), list.out());)},
     {"BucketContents",
      "<ListBucketResult><NextMarker>m</NextMarker><IsTruncated>true</IsTruncated><Contents><Key>a/1</Key>"
      "<LastModified>2009-10-12T17:50:30.000Z</LastModified><ETag>\"e\"</ETag><Size>1</Size><StorageClass>GLACIER"
      "</StorageClass><Owner><ID>i</ID><DisplayName>d</DisplayName></Owner></Contents><CommonPrefixes><Prefix>a/"
      "</Prefix></CommonPrefixes></ListBucketResult>",
-     [](OXS3Extension* e, OX_POOL_S* p, std::string_view d) {
-         Owned<OXArray_S> contents;
-         Owned<OXU8String> next;
-         OXBoolean truncated;
-         return s3::parseBucketContentList(e, p, d.data(), d.size(), contents.out(), next.out(), &truncated);
-     }},
+     OX_PARSE(Owned<OXArray_S> contents; Owned<OXU8String> next; OXBoolean truncated; return s3::parseBucketContentList(e, p, d.data(), d.size(), contents.out(), next.out(), &truncated);)},
     {"InitiateUpload",
      "<InitiateMultipartUploadResult><Bucket>b</Bucket><Key>k</Key><UploadId>u</UploadId>"
      "</InitiateMultipartUploadResult>",
-     [](OXS3Extension* e, OX_POOL_S* p, std::string_view d) {
-         Owned<OXU8String> bucket, key, id;
-         return s3::parseInitiateUpload(e, p, d.data(), d.size(), bucket.out(), key.out(), id.out());
-     }},
+     OX_PARSE(Owned<OXU8String> bucket, key, id; return s3::parseInitiateUpload(e, p, d.data(), d.size(), bucket.out(), key.out(), id.out());)},
     {"Error", "<Error><Code>c</Code><Message>m</Message><Key>k</Key><RequestId>r</RequestId><HostId>h</HostId></Error>",
-     [](OXS3Extension* e, OX_POOL_S* p, std::string_view d) {
-         Owned<OXS3Error> error;
-         return s3::parseError(e, p, d.data(), d.size(), error.out());
-     }},
+     OX_PARSE(Owned<OXS3Error> error; return s3::parseError(e, p, d.data(), d.size(), error.out());)},
     {"CopyPartResult", "<CopyPartResult><LastModified>x</LastModified><ETag>e</ETag></CopyPartResult>",
-     [](OXS3Extension* e, OX_POOL_S* p, std::string_view d) {
-         Owned<OXU8String> eTag;
-         return s3::parseCopyPartResult(e, p, d.data(), d.size(), eTag.out());
-     }},
+     OX_PARSE(Owned<OXU8String> eTag; return s3::parseCopyPartResult(e, p, d.data(), d.size(), eTag.out());)},
     {"DeleteResult",
      "<DeleteResult><Deleted><Key>a</Key></Deleted><Error><Key>b</Key><Code>c</Code><Message>m</Message></Error>"
      "</DeleteResult>",
-     [](OXS3Extension* e, OX_POOL_S* p, std::string_view d) {
-         Owned<OXArray_S> errors;
-         return s3::parseDeleteResult(e, p, d.data(), d.size(), errors.out());
-     }},
+     OX_PARSE(Owned<OXArray_S> errors; return s3::parseDeleteResult(e, p, d.data(), d.size(), errors.out());)},
     {"AccelerateResult", "<AccelerateConfiguration><Status>Enabled</Status></AccelerateConfiguration>",
-     [](OXS3Extension* e, OX_POOL_S* p, std::string_view d) {
-         S3AccelerateState state;
-         return s3::parseAccelerateResult(e, p, d.data(), d.size(), &state);
-     }},
+     OX_PARSE(S3AccelerateState state; return s3::parseAccelerateResult(e, p, d.data(), d.size(), &state);)},
 };
 
 class EveryDocument : public S3XmlTest, public ::testing::WithParamInterface<Document> {};
 
-TEST_P(EveryDocument, SixtyThreeLevelsParseAndASixtyFourthIsRefused) {
+TEST_P(EveryDocument, SixtyThreeLevelsParseASixtyFourthIsRefusedAndMalformedXmlFails) {
     const auto& parse = GetParam().parse;
     EXPECT_EQ(parse(ext(), pool, nested(63, false)), OX_OK);
     EXPECT_EQ(parse(ext(), pool, nested(63, true)), OX_OK);
     EXPECT_EQ(parse(ext(), pool, nested(64, false)), OX_INVALID_ARGUMENT);
     EXPECT_EQ(parse(ext(), pool, nested(64, true)), OX_INVALID_ARGUMENT) << "even an empty element";
-}
-
-TEST_P(EveryDocument, MalformedXmlFailsWithTheServicesStatus) {
     const std::string broken = std::string(GetParam().sample.substr(0, GetParam().sample.size() / 2)) + "</oops>";
     EXPECT_EQ(GetParam().parse(ext(), pool, broken), OX_XML_MALFORMED);
     EXPECT_EQ(GetParam().parse(ext(), pool, ""), OX_XML_MALFORMED);
@@ -495,14 +441,6 @@ TEST_F(S3XmlTest, MalformedXmlLeavesTheFaultsLineAndColumn) {
     EXPECT_EQ(p->frame.parseResult, static_cast<uint32_t>(OX_XML_MALFORMED));
     EXPECT_EQ(p->frame.errorLine, 2u);
     EXPECT_EQ(p->frame.errorColumn, 8u);
-}
-
-TEST_F(S3XmlTest, ElementNamesMatchExactly) {
-    constexpr s3::ElementName table[] = {s3::element("Key", s3::keyElement), s3::kEndOfTable};
-    EXPECT_EQ(s3::elementType(table, "Key", 3), s3::keyElement);
-    EXPECT_EQ(s3::elementType(table, "key", 3), s3::unknownElement);
-    EXPECT_EQ(s3::elementType(table, "Keys", 4), s3::unknownElement);
-    EXPECT_EQ(s3::elementType(table, "Ke", 2), s3::unknownElement);
 }
 
 }  // namespace

