@@ -124,16 +124,6 @@ struct AnswerRules {
 
 bool hasNoBody(const HTConnection http) { return !http->responseIsChunked && http->responseContentLength == 0; }
 
-OXStatus errorAnswer(Attempt& a, const HTTPStatus& status) {
-    OX_POOL_S* pool = a.connection->pool;
-    void* body = nullptr;
-    OXMemSize length = 0;
-    OXStatus st = a.http->readData(a.http, pool, &body, &length);
-    if (st != OX_OK && st != OX_END_OF_DATA) return st;
-    PoolBlock<char> held(pool, static_cast<char*>(body));
-    return s3ErrorResponse(a.connection, a.http, status, body, length);
-}
-
 OXStatus readBucketAnswer(Attempt& a, HTTPStatus& status, const AnswerRules& rules) {
     OXStatus st = readAnswer(a, status,
                              {OX_HTTP_OK, OX_HTTP_CREATED, OX_HTTP_TEMPORARY_REDIRECT, OX_HTTP_NOT_FOUND,
@@ -146,16 +136,7 @@ OXStatus readBucketAnswer(Attempt& a, HTTPStatus& status, const AnswerRules& rul
     if (answer == OX_HTTP_NOT_FOUND && rules.notFoundAsIs) return OX_HTTP_NOT_FOUND;
     if (answer == OX_HTTP_FORBIDDEN && rules.forbiddenFixed) return OXS3_REQUEST_FORBIDDEN;
     if (answer == OX_HTTP_BAD_REQUEST && rules.forbiddenFixed && hasNoBody(a.http)) return OXS3_BAD_REQUEST;
-    return errorAnswer(a, status);
-}
-
-// The whole body of an accepted answer, in the connection's pool; length 0 when there is none.
-OXStatus readBody(Attempt& a, PoolBlock<char>& body, OXMemSize& length) {
-    void* data = nullptr;
-    length = 0;
-    OXStatus st = a.http->readData(a.http, a.connection->pool, &data, &length);
-    body = PoolBlock<char>(a.connection->pool, static_cast<char*>(data));
-    return st == OX_END_OF_DATA ? OX_OK : st;
+    return errorFromBody(a, status);
 }
 
 OXStatus bodyHash(OXS3Connection c, std::string_view body, TextBuffer& hash) {

@@ -93,15 +93,6 @@ OXStatus sendSigned(Attempt& a, HTTPMethod method, const DirTarget& t, OXDiction
                             body.empty() ? nullptr : body.data(), body.size());
 }
 
-// The whole body of an accepted answer, in the connection's pool.
-OXStatus readBody(Attempt& a, PoolBlock<char>& body, OXMemSize& length) {
-    void* data = nullptr;
-    length = 0;
-    OXStatus st = a.http->readData(a.http, a.connection->pool, &data, &length);
-    body = PoolBlock<char>(a.connection->pool, static_cast<char*>(data));
-    return st == OX_END_OF_DATA ? OX_OK : st;
-}
-
 // Exactly "true" marks a delete marker; any other value does not.
 bool deleteMarkerSet(HTConnection http) {
     UTF8CStr value = nullptr;

@@ -53,26 +53,6 @@ OXStatus buildRead(Attempt& a, const ObjectTarget& t, HTTPMethod method, ReadKey
     return st;
 }
 
-// Reads and drops the rest of an answer's body.
-OXStatus drainBody(Attempt& a) {
-    OX_POOL_S* pool = a.connection->pool;
-    void* body = nullptr;
-    OXMemSize length = 0;
-    const OXStatus st = a.http->readData(a.http, pool, &body, &length);
-    PoolBlock<char> held(pool, static_cast<char*>(body));
-    return st == OX_END_OF_DATA ? OX_OK : st;
-}
-
-// A body read into the connection's pool and handed to the error mapping.
-OXStatus errorFromBody(Attempt& a, const HTTPStatus& status) {
-    OX_POOL_S* pool = a.connection->pool;
-    void* body = nullptr;
-    OXMemSize length = 0;
-    const OXStatus st = a.http->readData(a.http, pool, &body, &length);
-    PoolBlock<char> held(pool, static_cast<char*>(body));
-    if (st != OX_OK && st != OX_END_OF_DATA) return st;
-    return s3ErrorResponse(a.connection, a.http, status, body, length);
-}
 
 // ---- object information
 

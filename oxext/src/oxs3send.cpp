@@ -78,13 +78,29 @@ OXStatus readAnswer(Attempt& attempt, HTTPStatus& status, std::initializer_list<
     if (isTransient(status.message)) return status.message;
     for (OXStatus ok : accepted)
         if (status.message == ok) return OX_OK;
-    OX_POOL_S* pool = attempt.connection->pool;
-    void* body = nullptr;
+    return errorFromBody(attempt, status);
+}
+
+OXStatus readBody(Attempt& attempt, PoolBlock<char>& body, OXMemSize& length) {
+    void* data = nullptr;
+    length = 0;
+    const OXStatus st = attempt.http->readData(attempt.http, attempt.connection->pool, &data, &length);
+    body = PoolBlock<char>(attempt.connection->pool, static_cast<char*>(data));
+    return st == OX_END_OF_DATA ? OX_OK : st;
+}
+
+OXStatus drainBody(Attempt& attempt) {
+    PoolBlock<char> body;
     OXMemSize length = 0;
-    st = http->readData(http, pool, &body, &length);
-    if (st != OX_OK && st != OX_END_OF_DATA) return st;
-    PoolBlock<char> held(pool, static_cast<char*>(body));
-    return s3ErrorResponse(attempt.connection, http, status, body, length);
+    return readBody(attempt, body, length);
+}
+
+OXStatus errorFromBody(Attempt& attempt, const HTTPStatus& status) {
+    PoolBlock<char> body;
+    OXMemSize length = 0;
+    const OXStatus st = readBody(attempt, body, length);
+    if (st != OX_OK) return st;
+    return s3ErrorResponse(attempt.connection, attempt.http, status, body.get(), length);
 }
 
 }  // namespace s3

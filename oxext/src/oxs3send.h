@@ -15,6 +15,7 @@
 
 #include "ox/htconnection.h"
 #include "oxs3.h"
+#include "oxs3owned.h"
 
 namespace s3 {
 
@@ -90,5 +91,14 @@ OXStatus sendBuiltRequest(Attempt& attempt, HTTPMethod method, OXDictionary quer
 // status so the cycle tries again; an answer in accepted is OX_OK with status filled; any other
 // answer's body goes to s3ErrorResponse, whose status is returned.
 OXStatus readAnswer(Attempt& attempt, HTTPStatus& status, std::initializer_list<OXStatus> accepted);
+
+// The whole body of the answer just read, in the connection's pool (length 0 when none).
+OXStatus readBody(Attempt& attempt, PoolBlock<char>& body, OXMemSize& length);
+
+// Reads and drops the rest of the answer's body, so the connection can serve the next request.
+OXStatus drainBody(Attempt& attempt);
+
+// Reads the body of an error answer and maps it (s3ErrorResponse); its status is returned.
+OXStatus errorFromBody(Attempt& attempt, const HTTPStatus& status);
 
 }  // namespace s3

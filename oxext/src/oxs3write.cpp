@@ -32,12 +32,7 @@ OXStatus readFinalAnswer(Attempt& a) {
     OXStatus st = readAnswer(a, status, {OX_HTTP_OK, OX_HTTP_CREATED, OX_HTTP_NOT_FOUND});
     if (st != OX_OK) return st;
     if (status.message == OX_HTTP_NOT_FOUND) return OX_HTTP_NOT_FOUND;
-    OX_POOL_S* pool = a.connection->pool;
-    void* body = nullptr;
-    OXMemSize length = 0;
-    st = a.http->readData(a.http, pool, &body, &length);
-    PoolBlock<char> held(pool, static_cast<char*>(body));
-    return st == OX_END_OF_DATA ? OX_OK : st;
+    return drainBody(a);
 }
 
 bool isSuccess(OXStatus message) { return message == OX_HTTP_OK || message == OX_HTTP_CREATED; }
@@ -57,14 +52,7 @@ OXStatus putOnce(Attempt& a, const PutArguments& put, std::string_view path, std
     if (st == OX_OK) st = a.http->readResponse(a.http, &first);
     if (st != OX_OK) return st;
     // A server may answer an empty put at once, without the interim answer.
-    if (isSuccess(first.message) && put.length == 0) {
-        OX_POOL_S* pool = c->pool;
-        void* body = nullptr;
-        OXMemSize length = 0;
-        st = a.http->readData(a.http, pool, &body, &length);
-        PoolBlock<char> held(pool, static_cast<char*>(body));
-        return st == OX_END_OF_DATA ? OX_OK : st;
-    }
+    if (isSuccess(first.message) && put.length == 0) return drainBody(a);
     if (first.message != OX_HTTP_CONTINUE) return refusedContinue(a, first);
     if (put.length) st = a.http->sendData(a.http, put.data, put.length);
     return st == OX_OK ? readFinalAnswer(a) : st;
@@ -119,13 +107,7 @@ OXStatus sendHeadForContinue(Attempt& attempt, OXDictionary headers, uint64_t co
 
 OXStatus refusedContinue(Attempt& attempt, const HTTPStatus& status) {
     if (status.message == OX_HTTP_NOT_FOUND) return OX_HTTP_NOT_FOUND;
-    OX_POOL_S* pool = attempt.connection->pool;
-    void* body = nullptr;
-    OXMemSize length = 0;
-    const OXStatus st = attempt.http->readData(attempt.http, pool, &body, &length);
-    PoolBlock<char> held(pool, static_cast<char*>(body));
-    if (st != OX_OK && st != OX_END_OF_DATA) return st;
-    return s3ErrorResponse(attempt.connection, attempt.http, status, body, length);
+    return errorFromBody(attempt, status);
 }
 
 OXStatus putObjectTo(OXS3Connection connection, const PutArguments& put) {
