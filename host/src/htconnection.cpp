@@ -123,7 +123,7 @@ struct RequestArgs {
 
 // The authority, and for a plain proxy the absolute-form origin and credentials, in scratch:
 // [0, authorityEnd) is "host[:port]", the rest the origin prefix and then the header lines.
-OXStatus describeTarget(Connection& k, RequestSpec& spec) {
+OXStatus describeTarget(Connection& k, RequestParts& parts) {
     HTConnection_S& c = k.rec;
     PoolBuffer<char>& s = k.scratch;
     s.clear();
@@ -137,9 +137,9 @@ OXStatus describeTarget(Connection& k, RequestSpec& spec) {
     if (proxy) {
         if (OXStatus st = appendProxyAuthorization(s, *proxy); st != OX_OK) return st;
     }
-    spec.authority = {s.data(), authorityEnd};
-    spec.origin = {s.data() + authorityEnd, originEnd - authorityEnd};
-    spec.extraLines = {s.data() + originEnd, s.size() - originEnd};
+    parts.authority = {s.data(), authorityEnd};
+    parts.origin = {s.data() + authorityEnd, originEnd - authorityEnd};
+    parts.extraLines = {s.data() + originEnd, s.size() - originEnd};
     return OX_OK;
 }
 
@@ -157,17 +157,17 @@ bool lostOnReuse(OXStatus st) { return st == OX_HTTP_PEER_CLOSED || st == OX_HTT
 
 OXStatus writeRequest(Connection& k, const RequestArgs& a) {
     const bool inlineBody = a.body.size() <= kInlineBodyBytes;
-    RequestSpec spec;
-    spec.method = a.method;
-    spec.path = a.path;
-    spec.query = a.query;
-    spec.headers = a.headers;
-    spec.contentLength = a.contentLength >= 0 || a.body.empty() ? a.contentLength : static_cast<int64_t>(a.body.size());
-    spec.body = inlineBody ? a.body : std::string_view();
-    spec.expectContinue = a.expectContinue;
-    if (OXStatus st = describeTarget(k, spec); st != OX_OK) return st;
+    RequestParts parts;
+    parts.method = a.method;
+    parts.path = a.path;
+    parts.query = a.query;
+    parts.headers = a.headers;
+    parts.contentLength = a.contentLength >= 0 || a.body.empty() ? a.contentLength : static_cast<int64_t>(a.body.size());
+    parts.body = inlineBody ? a.body : std::string_view();
+    parts.expectContinue = a.expectContinue;
+    if (OXStatus st = describeTarget(k, parts); st != OX_OK) return st;
     int64_t announced = -1;
-    if (OXStatus st = buildRequestHead(spec, k.out, announced); st != OX_OK) return st;
+    if (OXStatus st = buildRequestHead(parts, k.out, announced); st != OX_OK) return st;
     const std::string_view largeBody = inlineBody ? std::string_view() : a.body;
     bool reused = k.rec.requestCount > 0;
     OXStatus st = transmit(k, largeBody);

@@ -124,30 +124,30 @@ OXStatus surveyHeaders(OXDictionary headers, GivenHeaders& given) {
     });
 }
 
-bool appendRequestLine(PoolBuffer<char>& out, std::string_view method, const RequestSpec& spec) {
-    if (!appendAll(out, {method, " ", spec.origin, spec.path})) return false;
-    if (!spec.query.empty() && !appendAll(out, {"?", spec.query})) return false;
+bool appendRequestLine(PoolBuffer<char>& out, std::string_view method, const RequestParts& parts) {
+    if (!appendAll(out, {method, " ", parts.origin, parts.path})) return false;
+    if (!parts.query.empty() && !appendAll(out, {"?", parts.query})) return false;
     return appendAll(out, {" HTTP/1.1", kCrlf});
 }
 
 bool bodyExpected(HTTPMethod m) { return m == httpPost || m == httpPut || m == httpPatch; }
 
-int64_t lengthToAnnounce(const RequestSpec& spec) {
-    if (spec.contentLength >= 0) return spec.contentLength;
-    if (!spec.body.empty() || bodyExpected(spec.method)) return static_cast<int64_t>(spec.body.size());
+int64_t lengthToAnnounce(const RequestParts& parts) {
+    if (parts.contentLength >= 0) return parts.contentLength;
+    if (!parts.body.empty() || bodyExpected(parts.method)) return static_cast<int64_t>(parts.body.size());
     return -1;
 }
 
-bool appendClientHeaders(PoolBuffer<char>& out, const RequestSpec& spec, const GivenHeaders& given,
+bool appendClientHeaders(PoolBuffer<char>& out, const RequestParts& parts, const GivenHeaders& given,
                          int64_t& announced) {
-    if (!given.host && !appendAll(out, {"Host: ", spec.authority, kCrlf})) return false;
-    if (!given.length && !given.transferCoding && (announced = lengthToAnnounce(spec)) >= 0) {
+    if (!given.host && !appendAll(out, {"Host: ", parts.authority, kCrlf})) return false;
+    if (!given.length && !given.transferCoding && (announced = lengthToAnnounce(parts)) >= 0) {
         if (!appendAll(out, {"Content-Length: "}) || !appendNumber(out, static_cast<uint64_t>(announced)) ||
             !appendAll(out, {kCrlf}))
             return false;
     }
-    if (spec.expectContinue && !given.expect && !appendAll(out, {"Expect: 100-continue", kCrlf})) return false;
-    return appendAll(out, {spec.extraLines});
+    if (parts.expectContinue && !given.expect && !appendAll(out, {"Expect: 100-continue", kCrlf})) return false;
+    return appendAll(out, {parts.extraLines});
 }
 
 }  // namespace
@@ -164,21 +164,21 @@ bool appendAuthority(PoolBuffer<char>& out, std::string_view host, uint16_t port
     return port == defaultPort || (appendAll(out, {":"}) && appendNumber(out, port));
 }
 
-OXStatus buildRequestHead(const RequestSpec& spec, PoolBuffer<char>& out, int64_t& announced) {
-    auto method = methodName(spec.method);
+OXStatus buildRequestHead(const RequestParts& parts, PoolBuffer<char>& out, int64_t& announced) {
+    auto method = methodName(parts.method);
     if (!method) return OX_INVALID_ARGUMENT;
-    if (spec.path.empty() || spec.path.front() != '/' || !isTargetText(spec.path) || !isTargetText(spec.query))
+    if (parts.path.empty() || parts.path.front() != '/' || !isTargetText(parts.path) || !isTargetText(parts.query))
         return OX_HTTP_BAD_REQUEST_TEXT;
     GivenHeaders given;
-    if (OXStatus st = surveyHeaders(spec.headers, given); st != OX_OK) return st;
+    if (OXStatus st = surveyHeaders(parts.headers, given); st != OX_OK) return st;
     announced = given.transferCoding ? -1 : given.announced;
     out.clear();
-    if (!appendRequestLine(out, *method, spec)) return OX_NO_MEMORY;
-    OXStatus st = eachHeader(spec.headers, [&](const HeaderText& h) {
+    if (!appendRequestLine(out, *method, parts)) return OX_NO_MEMORY;
+    OXStatus st = eachHeader(parts.headers, [&](const HeaderText& h) {
         return appendAll(out, {h.name, ": ", h.value, kCrlf}) ? OX_OK : OX_NO_MEMORY;
     });
     if (st != OX_OK) return st;
-    if (!appendClientHeaders(out, spec, given, announced) || !appendAll(out, {kCrlf, spec.body})) return OX_NO_MEMORY;
+    if (!appendClientHeaders(out, parts, given, announced) || !appendAll(out, {kCrlf, parts.body})) return OX_NO_MEMORY;
     return OX_OK;
 }
 

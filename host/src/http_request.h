@@ -12,7 +12,7 @@
 
 namespace ox::http {
 
-struct RequestSpec {
+struct RequestParts {
     HTTPMethod method = httpGet;
     std::string_view origin;      // "http://host:port" when a proxy needs the absolute form
     std::string_view path;        // begins with "/"
@@ -32,6 +32,6 @@ std::optional<std::string_view> methodName(HTTPMethod method);
 
 // Replaces out with the head (and body). announced: the body length the head announces, -1 when
 // it announces none or a transfer coding.
-OXStatus buildRequestHead(const RequestSpec& spec, PoolBuffer<char>& out, int64_t& announced);
+OXStatus buildRequestHead(const RequestParts& parts, PoolBuffer<char>& out, int64_t& announced);
 
 }  // namespace ox::http
