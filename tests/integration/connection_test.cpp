@@ -5,6 +5,7 @@
 
 #include <string>
 
+#include "bucketfixture.h"
 #include "connfixture.h"
 #include "ox/secsocket.h"
 #include "oxs3request.h"
@@ -29,24 +30,9 @@ struct Mode {
     bool pathStyle;
 };
 
-class Gateway : public oxtest::ConnectionFixture, public ::testing::WithParamInterface<Mode> {
+class Gateway : public oxtest::BucketFixture, public ::testing::WithParamInterface<Mode> {
 protected:
-    const oxtest::S3Env& env = oxtest::requireS3Env();
     s3::Owned<OXDictionary_S> noQuery;
-    SSLOptions_S* tlsOptions = nullptr;
-
-    void SetUp() override {
-        ConnectionFixture::SetUp();
-        ASSERT_TRUE(env) << "the S3 server is required";
-        auto* secsocket = reinterpret_cast<OXSecSocket_S*>(ext->secSockets);
-        ASSERT_EQ(secsocket->createOptions(secsocket, pool, &tlsOptions), OX_OK);
-        const std::string& ca = env.tlsCaFile;
-        ASSERT_EQ(tlsOptions->setOptionU8(tlsOptions, OX_SSL_CAFILE, 6, ca.data(), ca.size()), OX_OK);
-    }
-    void TearDown() override {
-        if (tlsOptions) tlsOptions->destroy(tlsOptions);
-        ConnectionFixture::TearDown();
-    }
 
     Connection gateway(const std::string& secret) {
         const Mode mode = GetParam();

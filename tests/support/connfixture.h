@@ -1,5 +1,5 @@
 // Connections of the extension for the request-engine tests: the extension loaded over a
-// RegionHost with the proxy variables unset, connections and dictionaries that release
+// private host with the proxy variables unset, connections and dictionaries that release
 // themselves, and the credentials and time of AWS's published Signature Version 4 examples.
 #pragma once
 
@@ -10,7 +10,8 @@
 
 #include "oxs3.h"
 #include "oxs3owned.h"
-#include "regionhost.h"
+#include "conffixture.h"
+#include "faultserver.h"
 
 namespace oxtest {
 
@@ -38,7 +39,7 @@ inline std::string entryText(OXDictionary d, std::string_view name) {
 
 inline std::string stringText(const OXU8String* s) { return s ? std::string(s->stg, s->len) : "<none>"; }
 
-class ConnectionFixture : public RegionFixture {
+class ConnectionFixture : public ExtensionFixture {
 protected:
     Connection connect(AWSRegion region, bool tls = false, const char* token = nullptr,
                        const char* keyId = kExampleKeyId, const char* secret = kExampleSecret) {
@@ -54,6 +55,24 @@ protected:
 
     ScopedVariable httpProxy{"HTTP_PROXY", nullptr};
     ScopedVariable httpsProxy{"HTTPS_PROXY", nullptr};
+};
+
+// A connection to a scriptable loopback server, through a custom region on 127.0.0.1.
+class FaultServerFixture : public ConnectionFixture {
+protected:
+    FaultServer server;
+    Connection conn;
+
+    void SetUp() override {
+        ConnectionFixture::SetUp();
+        ASSERT_TRUE(server) << server.error();
+        conn = connect(addRegion("faults", "127.0.0.1", server.port()));
+        ASSERT_TRUE(conn);
+    }
+    void TearDown() override {
+        conn.reset();
+        ConnectionFixture::TearDown();
+    }
 };
 
 }  // namespace oxtest

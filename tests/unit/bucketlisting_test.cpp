@@ -15,22 +15,7 @@ using oxtest::FaultReply;
 
 const std::string kXml = "Content-Type: application/xml\r\n";
 
-class BucketListing : public oxtest::ConnectionFixture {
-protected:
-    oxtest::FaultServer server;
-    Connection conn;
-
-    void SetUp() override {
-        ConnectionFixture::SetUp();
-        ASSERT_TRUE(server) << server.error();
-        conn = connect(addRegion("faults", "127.0.0.1", server.port()));
-        ASSERT_TRUE(conn);
-    }
-    void TearDown() override {
-        conn.reset();
-        ConnectionFixture::TearDown();
-    }
-};
+using BucketListing = oxtest::FaultServerFixture;
 
 TEST_F(BucketListing, FollowsTemporaryRedirects) {
     oxtest::FaultServer moved;

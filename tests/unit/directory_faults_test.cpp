@@ -25,22 +25,7 @@ std::string requestLine(const oxtest::ReceivedRequest& request) {
     return request.head.substr(0, request.head.find("\r\n"));
 }
 
-class DeleteFaults : public oxtest::ConnectionFixture {
-protected:
-    oxtest::FaultServer server;
-    oxtest::Connection conn;
-
-    void SetUp() override {
-        ConnectionFixture::SetUp();
-        ASSERT_TRUE(server) << server.error();
-        conn = connect(addRegion("deletefaults", "127.0.0.1", server.port()));
-        ASSERT_TRUE(conn);
-    }
-    void TearDown() override {
-        conn.reset();
-        ConnectionFixture::TearDown();
-    }
-};
+using DeleteFaults = oxtest::FaultServerFixture;
 
 TEST_F(DeleteFaults, OnlyExactlyTrueMarksADeleteMarker) {
     for (const char* value : {"true", "TRUE", "truer", "yes"})

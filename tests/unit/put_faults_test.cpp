@@ -10,22 +10,12 @@ namespace {
 
 using oxtest::FaultReply;
 
-class PutFaults : public oxtest::ConnectionFixture {
+class PutFaults : public oxtest::FaultServerFixture {
 protected:
-    oxtest::FaultServer server;
-    oxtest::Connection conn;
-
     void SetUp() override {
-        ConnectionFixture::SetUp();
-        ASSERT_TRUE(server) << server.error();
-        conn = connect(addRegion("putfaults", "127.0.0.1", server.port()));
-        ASSERT_TRUE(conn);
+        FaultServerFixture::SetUp();
         conn->useWriteThreads = OX_FALSE;
         server.push(FaultReply::status(404, "Not Found"));  // the acceleration question: not enabled
-    }
-    void TearDown() override {
-        conn.reset();
-        ConnectionFixture::TearDown();
     }
     static FaultReply unavailableAfterBody() {
         FaultReply reply = FaultReply::status(503, "Slow Down");

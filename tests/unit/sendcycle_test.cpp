@@ -42,24 +42,18 @@ uint16_t closedPort() {
     return ntohs(a.sin_port);
 }
 
-class SendCycle : public oxtest::ConnectionFixture {
+class SendCycle : public oxtest::FaultServerFixture {
 protected:
-    oxtest::FaultServer server;
-    Connection conn;
     std::optional<oxtest::LogCapture> log;
 
     void SetUp() override {
-        ConnectionFixture::SetUp();
-        ASSERT_TRUE(server) << server.error();
-        conn = connect(addRegion("faults", "127.0.0.1", server.port()));
-        ASSERT_TRUE(conn);
+        FaultServerFixture::SetUp();
         log.emplace(ext->logger);
     }
     void TearDown() override {
         log.reset();
         s3::setKeepAliveClock(nullptr);
-        conn.reset();
-        ConnectionFixture::TearDown();
+        FaultServerFixture::TearDown();
     }
 
     // One GET of the service, its body read and dropped.
